@@ -1,0 +1,807 @@
+/*
+ * The run: who may go on, and what time it is.
+ *
+ * Each thread of a run is a real thread that waits for its turn on a futex of its own. Only the
+ * thread whose turn it is touches the state below, so the state needs no lock; the turn word's
+ * release and acquire carry it from thread to thread. A mutex is taken with the real trylock: when
+ * that fails the thread waits for the mutex's address and tries again after an unlock. Ownership
+ * and recursion thereby stay the C library's own business, and sanitizers see real locks.
+ *
+ * Divisions: forwarding to the real calls; the run's state and its scheduler; the public interface;
+ * the replaced calls (clocks, sleeps, threads, locks, conditions).
+ */
+#include "virtual_time.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <deque>
+#include <dlfcn.h>
+#include <linux/futex.h>
+#include <memory>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace virtualtime {
+namespace {
+
+constexpr std::int64_t kNsPerSec = 1'000'000'000;
+constexpr std::int64_t kNsPerMs = 1'000'000;
+constexpr std::int64_t kNever = INT64_MAX;
+// A yield costs a microsecond, so that a loop that spins on yields lets time pass.
+constexpr std::int64_t kYieldNs = 1'000;
+
+// ---- Forwarding ----
+
+// The next definition of a symbol behind this program's own: a sanitizer's or the C library's.
+// Looked up on first use, which may be before any constructor has run. The pointers are atomic
+// because two first uses may meet; they find the same value.
+template <typename Function>
+class Real {
+public:
+    explicit constexpr Real(const char *name) : name_(name) {}
+
+    Function *get() {
+        Function *found = function_.load(std::memory_order_relaxed);
+        if (found == nullptr) {
+            found = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name_));
+            function_.store(found, std::memory_order_relaxed);
+        }
+        return found;
+    }
+
+private:
+    const char *name_;
+    std::atomic<Function *> function_{nullptr};
+};
+
+// The C library's declarations carry attributes that a template argument cannot.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+#define REAL(name) constinit Real<decltype(::name)> name(#name)
+namespace real {
+REAL(clock_gettime);
+REAL(time);
+REAL(gettimeofday);
+REAL(nanosleep);
+REAL(clock_nanosleep);
+REAL(usleep);
+REAL(sleep);
+REAL(sched_yield);
+REAL(pthread_create);
+REAL(pthread_join);
+REAL(pthread_detach);
+REAL(pthread_mutex_lock);
+REAL(pthread_mutex_trylock);
+REAL(pthread_mutex_unlock);
+REAL(pthread_rwlock_rdlock);
+REAL(pthread_rwlock_tryrdlock);
+REAL(pthread_rwlock_wrlock);
+REAL(pthread_rwlock_trywrlock);
+REAL(pthread_rwlock_unlock);
+REAL(pthread_cond_wait);
+REAL(pthread_cond_timedwait);
+REAL(pthread_cond_clockwait);
+REAL(pthread_cond_signal);
+REAL(pthread_cond_broadcast);
+} // namespace real
+#undef REAL
+#pragma GCC diagnostic pop
+
+// ---- The run ----
+
+enum class State { Runnable, Waiting, Ended };
+enum class WaitsFor { Time, Mutex, RwLock, Condition, ThreadEnd };
+
+struct Thread {
+    int number = 0;
+    int startedBy = 0;
+    std::int64_t startedNs = 0;
+    std::string name;
+    pthread_t handle{};
+    pid_t tid = 0;
+    void *(*function)(void *) = nullptr;
+    void *argument = nullptr;
+
+    State state = State::Runnable;
+    WaitsFor waitsFor = WaitsFor::Time;
+    const void *object = nullptr; // the mutex, lock, condition or Thread waited for
+    std::int64_t wakeNs = kNever; // when the wait ends by itself, on the clock below
+    bool wakeOnSystemClock = false;
+    bool timedOut = false; // how the last wait ended
+    bool joinedOrDetached = false;
+
+    std::atomic<std::uint32_t> turn{0}; // 1: this thread may go on
+};
+
+struct Run {
+    Options options;
+    cpu_set_t processorsBefore{};                // of the body, put back at the end
+    std::deque<std::unique_ptr<Thread>> threads; // [0] is the body
+    Thread *current = nullptr;
+    std::int64_t monotonicNs = 0; // since start, plus kBootNs for those who ask the clock
+    std::int64_t systemOffsetNs = 0;
+    std::uint64_t generator = 0;
+    Summary summary;
+};
+
+// The monotonic clock does not start at 0, which some code takes for "never".
+constexpr std::int64_t kBootNs = 1000 * kNsPerSec;
+
+Run *theRun = nullptr; // kept after finish() while stopped threads may still refer to it
+thread_local Thread *self = nullptr;
+
+std::uint64_t next(std::uint64_t &state) { // splitmix64
+    state += 0x9e3779b97f4a7c15U;
+    std::uint64_t z = state;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9U;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebU;
+    return z ^ (z >> 31);
+}
+
+void mixIntoHash(std::uint64_t value) {
+    theRun->summary.hash = (theRun->summary.hash ^ value) * 0x100000001b3U;
+}
+
+void giveTurn(Thread &thread) {
+    thread.turn.store(1, std::memory_order_release);
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t *>(&thread.turn), FUTEX_WAKE_PRIVATE, 1,
+            nullptr, nullptr, 0);
+}
+
+void awaitTurn(Thread &thread) {
+    while (thread.turn.load(std::memory_order_acquire) == 0) {
+        syscall(SYS_futex, reinterpret_cast<std::uint32_t *>(&thread.turn), FUTEX_WAIT_PRIVATE, 0,
+                nullptr, nullptr, 0);
+    }
+    thread.turn.store(0, std::memory_order_relaxed);
+}
+
+// Hand-overs within one processor are several times faster than across two. Threads that the body
+// starts inherit its choice. Where this is not allowed the run is only slower.
+void stayOnOneProcessor() {
+    sched_getaffinity(0, sizeof theRun->processorsBefore, &theRun->processorsBefore);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<std::size_t>(std::max(sched_getcpu(), 0)), &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
+std::int64_t saturatingAdd(std::int64_t a, std::int64_t b) {
+    std::int64_t sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? kNever : sum;
+}
+
+std::int64_t wakeOnMonotonic(const Thread &thread) {
+    if (thread.wakeNs == kNever || !thread.wakeOnSystemClock) {
+        return thread.wakeNs;
+    }
+    return std::max(theRun->monotonicNs, thread.wakeNs - theRun->systemOffsetNs);
+}
+
+std::string seconds(std::int64_t ns) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.3f s", static_cast<double>(ns) / 1e9);
+    return text;
+}
+
+std::string describe(const Thread &thread) {
+    std::string text = "thread " + std::to_string(thread.number);
+    if (!thread.name.empty()) {
+        text += " \"" + thread.name + "\"";
+    }
+    if (thread.number != 0) {
+        text += " (started by thread " + std::to_string(thread.startedBy) + " at " +
+                seconds(thread.startedNs) + ")";
+    }
+    if (thread.state == State::Runnable) {
+        return text + ": runnable";
+    }
+    if (thread.state == State::Ended) {
+        return text + ": ended, but neither joined nor detached";
+    }
+    char address[32];
+    std::snprintf(address, sizeof address, "%p", thread.object);
+    switch (thread.waitsFor) {
+    case WaitsFor::Time:
+        return text + ": sleeps until " + seconds(wakeOnMonotonic(thread));
+    case WaitsFor::Mutex: {
+        text += std::string(": waits for mutex ") + address;
+        const auto *mutex = static_cast<const pthread_mutex_t *>(thread.object);
+        for (const auto &other : theRun->threads) {
+            if (other->tid == mutex->__data.__owner) {
+                text += " held by thread " + std::to_string(other->number);
+            }
+        }
+        return text;
+    }
+    case WaitsFor::RwLock:
+        return text + ": waits for read-write lock " + address;
+    case WaitsFor::Condition:
+        return text + ": waits for condition " + address;
+    case WaitsFor::ThreadEnd:
+        return text + ": waits for the end of thread " +
+               std::to_string(static_cast<const Thread *>(thread.object)->number);
+    }
+    return text;
+}
+
+[[noreturn]] void abortWithThreads(const char *reason) {
+    std::fprintf(stderr, "virtual time: %s at %s (%s)\n", reason,
+                 seconds(theRun->monotonicNs).c_str(), nowUtc().c_str());
+    for (const auto &thread : theRun->threads) {
+        if (thread->state != State::Ended) {
+            std::fprintf(stderr, "  %s\n", describe(*thread).c_str());
+        }
+    }
+    std::abort();
+}
+
+void makeRunnable(Thread &thread, bool timedOut) {
+    thread.state = State::Runnable;
+    thread.timedOut = timedOut;
+    thread.wakeNs = kNever;
+    thread.object = nullptr;
+}
+
+void wakeWaitersFor(WaitsFor what, const void *object) {
+    for (const auto &thread : theRun->threads) {
+        if (thread->state == State::Waiting && thread->waitsFor == what &&
+            thread->object == object) {
+            makeRunnable(*thread, false);
+        }
+    }
+}
+
+// One of the runnable threads, drawn; the body only when it is alone; null when there is none.
+Thread *drawRunnable() {
+    std::uint64_t count = 0;
+    for (const auto &thread : theRun->threads) {
+        count += thread->state == State::Runnable && thread->number != 0;
+    }
+    if (count == 0) {
+        Thread *body = theRun->threads.front().get();
+        return body->state == State::Runnable ? body : nullptr;
+    }
+    std::uint64_t skip = count == 1 ? 0 : next(theRun->generator) % count;
+    for (const auto &thread : theRun->threads) {
+        if (thread->state == State::Runnable && thread->number != 0 && skip-- == 0) {
+            return thread.get();
+        }
+    }
+    return nullptr;
+}
+
+// Moves the clock to the earliest wake time and makes everyone runnable who is due then.
+void moveClock() {
+    std::int64_t earliest = kNever;
+    for (const auto &thread : theRun->threads) {
+        if (thread->state == State::Waiting) {
+            earliest = std::min(earliest, wakeOnMonotonic(*thread));
+        }
+    }
+    if (earliest == kNever) {
+        abortWithThreads("deadlock: no thread can go on");
+    }
+    theRun->monotonicNs = std::max(theRun->monotonicNs, earliest);
+    if (static_cast<double>(theRun->monotonicNs) > theRun->options.limitSec * 1e9) {
+        abortWithThreads("the run has passed its limit");
+    }
+    for (const auto &thread : theRun->threads) {
+        if (thread->state == State::Waiting && wakeOnMonotonic(*thread) <= earliest) {
+            makeRunnable(*thread, true);
+        }
+    }
+}
+
+// Hands over to whoever goes on next. The caller has put itself into its new state before.
+void handOver() {
+    Thread &from = *theRun->current;
+    Thread *to = drawRunnable();
+    while (to == nullptr) {
+        moveClock();
+        to = drawRunnable();
+    }
+    mixIntoHash(static_cast<std::uint64_t>(to->number));
+    mixIntoHash(static_cast<std::uint64_t>(theRun->monotonicNs));
+    if (to == &from) {
+        return;
+    }
+    ++theRun->summary.switches;
+    theRun->current = to;
+    const bool ended = from.state == State::Ended;
+    giveTurn(*to);
+    if (!ended) {
+        awaitTurn(from);
+    }
+}
+
+// Waits for object or for the wake time, whichever comes first. True: time came first.
+bool wait(WaitsFor what, const void *object, std::int64_t wakeNs = kNever,
+          bool onSystemClock = false) {
+    self->state = State::Waiting;
+    self->waitsFor = what;
+    self->object = object;
+    self->wakeNs = wakeNs;
+    self->wakeOnSystemClock = onSystemClock;
+    handOver();
+    return self->timedOut;
+}
+
+void sleepNs(std::int64_t ns) {
+    ++theRun->summary.sleeps;
+    wait(WaitsFor::Time, nullptr,
+         saturatingAdd(theRun->monotonicNs, std::max<std::int64_t>(ns, 0)));
+}
+
+void sleepUntilNs(std::int64_t wakeNs, bool onSystemClock) {
+    ++theRun->summary.sleeps;
+    wait(WaitsFor::Time, nullptr, wakeNs, onSystemClock);
+}
+
+std::int64_t toNs(const timespec &time) {
+    std::int64_t ns = 0;
+    if (__builtin_mul_overflow(static_cast<std::int64_t>(time.tv_sec), kNsPerSec, &ns)) {
+        return time.tv_sec < 0 ? 0 : kNever;
+    }
+    return saturatingAdd(ns, time.tv_nsec);
+}
+
+timespec toTimespec(std::int64_t ns) {
+    std::int64_t sec = ns / kNsPerSec;
+    std::int64_t rest = ns % kNsPerSec;
+    if (rest < 0) {
+        --sec;
+        rest += kNsPerSec;
+    }
+    return {static_cast<time_t>(sec), static_cast<long>(rest)};
+}
+
+bool isValid(const timespec &time) {
+    return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < kNsPerSec;
+}
+
+// A deadline on one of the two clocks, as wait() takes it.
+struct Deadline {
+    std::int64_t ns;
+    bool onSystemClock;
+};
+
+Deadline deadlineOn(clockid_t clock, const timespec &time) {
+    if (clock == CLOCK_REALTIME) {
+        return {toNs(time), true};
+    }
+    return {std::max<std::int64_t>(toNs(time) - kBootNs, 0), false};
+}
+
+bool isReplaced(clockid_t clock) {
+    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_MONOTONIC ||
+           clock == CLOCK_MONOTONIC_RAW || clock == CLOCK_MONOTONIC_COARSE ||
+           clock == CLOCK_BOOTTIME;
+}
+
+std::int64_t readClock(clockid_t clock) {
+    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE
+               ? nowUtcNs()
+               : theRun->monotonicNs + kBootNs;
+}
+
+// Ends the thread in the run also when it leaves by pthread_exit, which unwinds.
+struct EndOfThread {
+    ~EndOfThread() {
+        Thread *ending = self;
+        ending->state = State::Ended;
+        self = nullptr;
+        wakeWaitersFor(WaitsFor::ThreadEnd, ending);
+        handOver();
+    }
+};
+
+void *threadMain(void *argument) {
+    auto *thread = static_cast<Thread *>(argument);
+    thread->tid = static_cast<pid_t>(syscall(SYS_gettid));
+    awaitTurn(*thread);
+    self = thread;
+    const EndOfThread end;
+    return thread->function(thread->argument);
+}
+
+Thread *findUnended(pthread_t handle) {
+    for (const auto &thread : theRun->threads) {
+        if (!thread->joinedOrDetached && thread->number != 0 &&
+            pthread_equal(thread->handle, handle) != 0) {
+            return thread.get();
+        }
+    }
+    return nullptr;
+}
+
+// Takes a lock by trying until it is free; each failed try waits for an unlock.
+template <typename Try>
+int lockByTrying(WaitsFor what, const void *object, Try tryLock) {
+    int result = tryLock();
+    while (result == EBUSY) {
+        wait(what, object);
+        result = tryLock();
+    }
+    return result;
+}
+
+int lockMutex(pthread_mutex_t *mutex) {
+    return lockByTrying(WaitsFor::Mutex, mutex,
+                        [mutex] { return real::pthread_mutex_trylock.get()(mutex); });
+}
+
+int unlockMutex(pthread_mutex_t *mutex) {
+    const int result = real::pthread_mutex_unlock.get()(mutex);
+    wakeWaitersFor(WaitsFor::Mutex, mutex);
+    return result;
+}
+
+// The waiter is registered before anyone else can run, so no signal is lost in between.
+int waitForCondition(pthread_cond_t *condition, pthread_mutex_t *mutex, Deadline deadline) {
+    const int unlocked = unlockMutex(mutex);
+    if (unlocked != 0) {
+        return unlocked;
+    }
+    const bool timedOut = wait(WaitsFor::Condition, condition, deadline.ns, deadline.onSystemClock);
+    const int locked = lockMutex(mutex);
+    return locked != 0 ? locked : timedOut ? ETIMEDOUT : 0;
+}
+
+void signalOne(const pthread_cond_t *condition) {
+    std::vector<Thread *> waiters;
+    for (const auto &thread : theRun->threads) {
+        if (thread->state == State::Waiting && thread->waitsFor == WaitsFor::Condition &&
+            thread->object == condition) {
+            waiters.push_back(thread.get());
+        }
+    }
+    if (!waiters.empty()) {
+        makeRunnable(*waiters[waiters.size() == 1 ? 0 : draw(waiters.size())], false);
+    }
+}
+
+} // namespace
+
+// ---- Public interface ----
+
+void start(const Options &options) {
+    if (self != nullptr || (theRun != nullptr && theRun->current != nullptr)) {
+        std::fprintf(stderr, "virtual time: a run is active already\n");
+        std::abort();
+    }
+    theRun = new Run; // on purpose never freed: leaked threads may still point into it
+    theRun->options = options;
+    theRun->generator = options.seed;
+    theRun->systemOffsetNs = parseUtc(options.startUtc);
+    theRun->summary.hash = 0xcbf29ce484222325U;
+    auto body = std::make_unique<Thread>();
+    body->name = "body";
+    body->handle = pthread_self();
+    body->tid = static_cast<pid_t>(syscall(SYS_gettid));
+    theRun->current = self = body.get();
+    stayOnOneProcessor();
+    theRun->threads.push_back(std::move(body));
+}
+
+Summary finish() {
+    if (self == nullptr || self->number != 0) {
+        std::fprintf(stderr, "virtual time: finish() belongs to the body of a run\n");
+        std::abort();
+    }
+    Summary summary = theRun->summary;
+    summary.elapsedMs = elapsedMs();
+    for (const auto &thread : theRun->threads) {
+        const bool gone = thread->state == State::Ended && thread->joinedOrDetached;
+        if (thread->number != 0 && !gone) {
+            summary.leakedThreads.push_back(describe(*thread));
+        }
+    }
+    sched_setaffinity(0, sizeof theRun->processorsBefore, &theRun->processorsBefore);
+    self = nullptr;
+    theRun->current = nullptr;
+    if (summary.leakedThreads.empty()) {
+        delete theRun;
+        theRun = nullptr;
+    }
+    return summary;
+}
+
+Summary run(const Options &options, const std::function<void()> &body) {
+    start(options);
+    body();
+    return finish();
+}
+
+bool active() {
+    return self != nullptr;
+}
+
+void sleepSec(double sec) {
+    sleepNs(std::llround(sec * 1e9));
+}
+
+void sleepMs(std::int64_t ms) {
+    sleepNs(ms * kNsPerMs);
+}
+
+void sleepUntil(const std::string &utc) {
+    sleepUntilNs(parseUtc(utc), true);
+}
+
+void settle() {
+    sleepNs(0);
+}
+
+std::int64_t elapsedMs() {
+    return theRun->monotonicNs / kNsPerMs;
+}
+
+std::string nowUtc() {
+    return formatUtc(nowUtcNs());
+}
+
+std::int64_t nowUtcNs() {
+    return theRun->monotonicNs + theRun->systemOffsetNs;
+}
+
+void setClock(const std::string &utc) {
+    theRun->systemOffsetNs = parseUtc(utc) - theRun->monotonicNs;
+}
+
+void jumpClock(double sec) {
+    theRun->systemOffsetNs += std::llround(sec * 1e9);
+}
+
+void nameThread(const std::string &name) {
+    if (self != nullptr) {
+        self->name = name;
+    }
+}
+
+std::uint64_t draw(std::uint64_t bound) {
+    return next(theRun->generator) % bound;
+}
+
+std::int64_t parseUtc(const std::string &utc) {
+    std::tm fields{};
+    const char *rest = strptime(utc.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
+    char *end = const_cast<char *>(rest);
+    const double fraction = rest != nullptr && *rest == '.' ? std::strtod(rest, &end) : 0;
+    if (rest == nullptr || *end != '\0') {
+        std::fprintf(stderr, "virtual time: \"%s\" is not YYYY-MM-DDThh:mm:ss\n", utc.c_str());
+        std::abort();
+    }
+    return timegm(&fields) * kNsPerSec + std::llround(fraction * 1e9);
+}
+
+std::string formatUtc(std::int64_t utcNs) {
+    const time_t sec = toTimespec(utcNs).tv_sec;
+    std::tm fields{};
+    gmtime_r(&sec, &fields);
+    char text[40];
+    return {text, std::strftime(text, sizeof text, "%FT%T", &fields)};
+}
+
+} // namespace virtualtime
+
+// ---- The replaced calls ----
+
+using namespace virtualtime;
+
+extern "C" {
+
+int clock_gettime(clockid_t clock, timespec *result) noexcept {
+    if (self == nullptr || !isReplaced(clock)) {
+        return real::clock_gettime.get()(clock, result);
+    }
+    *result = toTimespec(readClock(clock));
+    return 0;
+}
+
+time_t time(time_t *result) noexcept {
+    if (self == nullptr) {
+        return real::time.get()(result);
+    }
+    const time_t now = toTimespec(nowUtcNs()).tv_sec;
+    if (result != nullptr) {
+        *result = now;
+    }
+    return now;
+}
+
+int gettimeofday(timeval *result, void *zone) noexcept {
+    if (self == nullptr) {
+        return real::gettimeofday.get()(result, zone);
+    }
+    const timespec now = toTimespec(nowUtcNs());
+    *result = {now.tv_sec, now.tv_nsec / 1000};
+    return 0;
+}
+
+int nanosleep(const timespec *duration, timespec *remaining) {
+    if (self == nullptr) {
+        return real::nanosleep.get()(duration, remaining);
+    }
+    if (!isValid(*duration)) {
+        errno = EINVAL;
+        return -1;
+    }
+    sleepNs(toNs(*duration));
+    return 0;
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *remaining) {
+    if (self == nullptr || !isReplaced(clock)) {
+        return real::clock_nanosleep.get()(clock, flags, time, remaining);
+    }
+    if (!isValid(*time)) {
+        return EINVAL;
+    }
+    if ((flags & TIMER_ABSTIME) == 0) {
+        sleepNs(toNs(*time));
+    } else {
+        const Deadline deadline = deadlineOn(clock, *time);
+        sleepUntilNs(deadline.ns, deadline.onSystemClock);
+    }
+    return 0;
+}
+
+int usleep(useconds_t us) {
+    if (self == nullptr) {
+        return real::usleep.get()(us);
+    }
+    sleepNs(std::int64_t{us} * 1000);
+    return 0;
+}
+
+unsigned sleep(unsigned sec) {
+    if (self == nullptr) {
+        return real::sleep.get()(sec);
+    }
+    sleepNs(std::int64_t{sec} * kNsPerSec);
+    return 0;
+}
+
+int sched_yield() noexcept {
+    if (self == nullptr) {
+        return real::sched_yield.get()();
+    }
+    sleepNs(kYieldNs);
+    return 0;
+}
+
+int pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*function)(void *),
+                   void *argument) noexcept {
+    if (self == nullptr) {
+        return real::pthread_create.get()(handle, attributes, function, argument);
+    }
+    auto thread = std::make_unique<Thread>();
+    thread->number = static_cast<int>(theRun->threads.size());
+    thread->startedBy = self->number;
+    thread->startedNs = theRun->monotonicNs;
+    thread->function = function;
+    thread->argument = argument;
+    const int result =
+        real::pthread_create.get()(&thread->handle, attributes, threadMain, thread.get());
+    if (result == 0) {
+        *handle = thread->handle;
+        theRun->threads.push_back(std::move(thread));
+    }
+    return result;
+}
+
+int pthread_join(pthread_t handle, void **result) {
+    Thread *thread = self == nullptr ? nullptr : findUnended(handle);
+    if (thread == nullptr) {
+        return real::pthread_join.get()(handle, result);
+    }
+    while (thread->state != State::Ended) {
+        wait(WaitsFor::ThreadEnd, thread);
+    }
+    thread->joinedOrDetached = true;
+    return real::pthread_join.get()(handle, result);
+}
+
+int pthread_detach(pthread_t handle) noexcept {
+    Thread *thread = self == nullptr ? nullptr : findUnended(handle);
+    if (thread != nullptr) {
+        thread->joinedOrDetached = true;
+    }
+    return real::pthread_detach.get()(handle);
+}
+
+int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
+    return self == nullptr ? real::pthread_mutex_lock.get()(mutex) : lockMutex(mutex);
+}
+
+int pthread_mutex_trylock(pthread_mutex_t *mutex) noexcept {
+    return real::pthread_mutex_trylock.get()(mutex);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept {
+    return self == nullptr ? real::pthread_mutex_unlock.get()(mutex) : unlockMutex(mutex);
+}
+
+int pthread_rwlock_rdlock(pthread_rwlock_t *lock) noexcept {
+    if (self == nullptr) {
+        return real::pthread_rwlock_rdlock.get()(lock);
+    }
+    return lockByTrying(WaitsFor::RwLock, lock,
+                        [lock] { return real::pthread_rwlock_tryrdlock.get()(lock); });
+}
+
+int pthread_rwlock_wrlock(pthread_rwlock_t *lock) noexcept {
+    if (self == nullptr) {
+        return real::pthread_rwlock_wrlock.get()(lock);
+    }
+    return lockByTrying(WaitsFor::RwLock, lock,
+                        [lock] { return real::pthread_rwlock_trywrlock.get()(lock); });
+}
+
+int pthread_rwlock_unlock(pthread_rwlock_t *lock) noexcept {
+    const int result = real::pthread_rwlock_unlock.get()(lock);
+    if (self != nullptr) {
+        wakeWaitersFor(WaitsFor::RwLock, lock);
+    }
+    return result;
+}
+
+int pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex) {
+    if (self == nullptr) {
+        return real::pthread_cond_wait.get()(condition, mutex);
+    }
+    return waitForCondition(condition, mutex, {kNever, false});
+}
+
+int pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                           const timespec *until) {
+    if (self == nullptr) {
+        return real::pthread_cond_timedwait.get()(condition, mutex, until);
+    }
+    if (!isValid(*until)) {
+        return EINVAL;
+    }
+    // The C library keeps the clock chosen for a condition in this bit.
+    const bool monotonic = (condition->__data.__wrefs & 2U) != 0;
+    return waitForCondition(condition, mutex,
+                            deadlineOn(monotonic ? CLOCK_MONOTONIC : CLOCK_REALTIME, *until));
+}
+
+int pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
+                           const timespec *until) {
+    if (self == nullptr) {
+        return real::pthread_cond_clockwait.get()(condition, mutex, clock, until);
+    }
+    if (!isValid(*until)) {
+        return EINVAL;
+    }
+    return waitForCondition(condition, mutex, deadlineOn(clock, *until));
+}
+
+int pthread_cond_signal(pthread_cond_t *condition) noexcept {
+    if (self == nullptr) {
+        return real::pthread_cond_signal.get()(condition);
+    }
+    signalOne(condition);
+    return 0;
+}
+
+int pthread_cond_broadcast(pthread_cond_t *condition) noexcept {
+    if (self == nullptr) {
+        return real::pthread_cond_broadcast.get()(condition);
+    }
+    wakeWaitersFor(WaitsFor::Condition, condition);
+    return 0;
+}
+
+} // extern "C"
