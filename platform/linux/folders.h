@@ -16,10 +16,14 @@
 namespace corvane::platform {
 
 struct Folders {
-    std::string state;   // $CORVANE_STATE_DIR; root: /var/lib/corvane; else
-                         // $XDG_STATE_HOME/corvane or ~/.local/state/corvane
-    std::string runtime; // $CORVANE_RUNTIME_DIR; root: /run/corvane; else
-                         // $XDG_RUNTIME_DIR/corvane or /tmp/corvane-<user id>
+    /* $CORVANE_STATE_DIR; root: /var/lib/corvane; else $XDG_STATE_HOME/corvane, or
+     * ~/.local/state/corvane. */
+    std::string state;
+    /* $CORVANE_RUNTIME_DIR; root: /run/corvane; else $XDG_RUNTIME_DIR/corvane, or
+     * /tmp/corvane-<user id>. */
+    std::string runtime;
+    /* The last one: anybody may have made it first. */
+    bool runtimeIsInTmp = false;
 };
 
 /* Looks a variable of the environment up; null when it is not set. */
@@ -34,12 +38,14 @@ Status findFolders(Folders &folders);
 
 /*
  * Makes the folder, with mode 0700, and the missing ones above it. Good when the path is then a
- * folder in which this process may make files. A folder directly below /tmp must also be the user's
- * own, closed to everybody else and no symbolic link, since anybody may have made it first.
+ * folder in which this process may make files.
  */
 Status makeFolder(const std::string &path);
 
-/* makeFolder() for both; the text of a failure names the variable that moves the folder. */
+/*
+ * makeFolder() for both; the text of a failure names the variable that moves the folder. A runtime
+ * folder in /tmp must also be the user's own, closed to everybody else and no symbolic link.
+ */
 Status makeFolders(const Folders &folders);
 
 } // namespace corvane::platform

@@ -32,10 +32,12 @@ namespace corvane::platform {
 using SettingValue = std::variant<int, std::string>;
 
 /* Longest text value, in bytes without terminator. */
-inline constexpr std::size_t kMaxSettingText = 65536;
+inline constexpr std::size_t kMaxSettingText = 4096;
 
 /* Longest key, in bytes. */
 inline constexpr std::size_t kMaxSettingKey = 200;
+
+struct SettingsFile;
 
 /* What the file of one key holds. */
 struct SettingRecord {
@@ -78,7 +80,9 @@ public:
 private:
     friend class SettingsWatcher;
     struct Root;
-    const Root *rootOf(std::string_view key) const;
+    Root *rootOf(std::string_view key) const;
+    Status readText(const std::string &key, std::string &text) const;
+    Status readFile(const std::string &key, std::string &text, SettingsFile &file) const;
 
     std::array<std::unique_ptr<Root>, 2> roots_; // constant after open()
 };

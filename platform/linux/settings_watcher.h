@@ -11,6 +11,7 @@
 #include "settings_store.h"
 #include "status.h"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -71,7 +72,8 @@ private:
     };
 
     Seen present(const std::string &key) const;
-    Status readEvents(std::vector<std::string> &keys);
+    Status readEvents(std::vector<std::string> &keys, bool &lost);
+    Status everyKey(std::vector<std::string> &keys);
     void collect(const std::string &key, std::vector<SettingChange> &changes);
 
     const SettingsStore &store_;
