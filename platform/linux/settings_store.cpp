@@ -27,9 +27,7 @@ namespace {
 constexpr std::string_view kTempPrefix = ".new-";
 constexpr std::size_t kMaxFileSize = std::size_t{4} * kMaxSettingText * (kMinOldValues + 2);
 
-std::string keyText(std::string_view key) {
-    return "settings key " + quoted(key, kMaxSettingKey);
-}
+std::string keyText(std::string_view key) { return "settings key " + quoted(key, kMaxSettingKey); }
 
 /* ':' stands for '/', so that ':' and '%' themselves need another spelling. */
 std::string fileNameOf(std::string_view rest) {

@@ -85,6 +85,8 @@ Status SettingsWatcher::readEvents(std::vector<std::string> &keys, bool &lost) {
     for (ssize_t at = 0; at < size;) {
         const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
         at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+        if ((event->mask & IN_IGNORED) != 0)
+            return {ENOENT, "a settings folder was removed: changes are no longer seen"};
         lost = lost || (event->mask & IN_Q_OVERFLOW) != 0;
         const auto root = std::find(descriptors_.begin(), descriptors_.end(), event->wd);
         if (event->len == 0 || root == descriptors_.end())

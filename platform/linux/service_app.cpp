@@ -1,0 +1,46 @@
+/*
+ * <service_app.h>: the service's life with the real remote proxy, in a process that has been set up
+ * for it.
+ */
+#include <service_app.h>
+
+#include "proxy/lifecycle.h"
+#include "service_loop.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include <curl/curl.h>
+#include <malloc.h>
+
+namespace {
+
+constexpr std::chrono::seconds kStopBound(10);
+
+/* What concerns the whole process and must be done while it has one thread. */
+void setUpProcess() {
+    // A pipe behind standard output sees each line as it comes, and may go away.
+    (void)std::fflush(stdout);
+    (void)std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    // The metering service is on this machine, whatever proxy the environment was made for.
+    for (const char *name :
+         {"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+        (void)unsetenv(name);
+    // Plain HTTP only: nothing of what the other flags would load is used.
+    (void)curl_global_init(CURL_GLOBAL_NOTHING);
+    // A heap for each of the few, mostly sleeping threads would double the memory in use.
+    (void)mallopt(M_ARENA_MAX, 1);
+}
+
+} // namespace
+
+int service_app_main(int, char **, service_app_lifecycle_callback_s *callback, void *user_data) {
+    using namespace corvane::platform;
+    if (callback == nullptr || callback->create == nullptr || callback->terminate == nullptr)
+        return 1;
+    setUpProcess();
+    return runService(*callback, user_data, {prepareProxy, quiesceProxy, closeProxy}, kStopBound);
+}
