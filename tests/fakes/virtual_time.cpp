@@ -522,45 +522,27 @@ Summary run(const Options &options, const std::function<void()> &body) {
     return finish();
 }
 
-bool active() {
-    return self != nullptr;
-}
+bool active() { return self != nullptr; }
 
-void sleepSec(double sec) {
-    sleepNs(std::llround(sec * 1e9));
-}
+void sleepSec(double sec) { sleepNs(std::llround(sec * 1e9)); }
 
-void sleepMs(std::int64_t ms) {
-    sleepNs(ms * kNsPerMs);
-}
+void sleepMs(std::int64_t ms) { sleepNs(ms * kNsPerMs); }
 
-void sleepUntil(const std::string &utc) {
-    sleepUntilNs(parseUtc(utc), true);
-}
+void sleepUntil(const std::string &utc) { sleepUntilNs(parseUtc(utc), true); }
 
-void settle() {
-    sleepNs(0);
-}
+void settle() { sleepNs(0); }
 
-std::int64_t elapsedMs() {
-    return theRun->monotonicNs / kNsPerMs;
-}
+std::int64_t elapsedMs() { return theRun->monotonicNs / kNsPerMs; }
 
-std::string nowUtc() {
-    return formatUtc(nowUtcNs());
-}
+std::string nowUtc() { return formatUtc(nowUtcNs()); }
 
-std::int64_t nowUtcNs() {
-    return theRun->monotonicNs + theRun->systemOffsetNs;
-}
+std::int64_t nowUtcNs() { return theRun->monotonicNs + theRun->systemOffsetNs; }
 
 void setClock(const std::string &utc) {
     theRun->systemOffsetNs = parseUtc(utc) - theRun->monotonicNs;
 }
 
-void jumpClock(double sec) {
-    theRun->systemOffsetNs += std::llround(sec * 1e9);
-}
+void jumpClock(double sec) { theRun->systemOffsetNs += std::llround(sec * 1e9); }
 
 void nameThread(const std::string &name) {
     if (self != nullptr) {
@@ -568,9 +550,7 @@ void nameThread(const std::string &name) {
     }
 }
 
-std::uint64_t draw(std::uint64_t bound) {
-    return next(theRun->generator) % bound;
-}
+std::uint64_t draw(std::uint64_t bound) { return next(theRun->generator) % bound; }
 
 std::int64_t parseUtc(const std::string &utc) {
     std::tm fields{};
