@@ -87,13 +87,7 @@ void closeProxy() {
 
 } // namespace corvane::platform
 
-using corvane::platform::CommandId;
-using corvane::platform::Handlers;
-using corvane::platform::install;
-using corvane::platform::notify;
-using corvane::platform::ordered_json;
-using corvane::platform::Proxy;
-using corvane::platform::withProxy;
+using namespace corvane::platform;
 
 int KestAddProxyCommands(const char *name, int kind) {
     return withProxy([&](Proxy &proxy) { return proxy.declare(name, kind); });
@@ -172,7 +166,7 @@ int KestSendDefrostBlockNotify(int block) {
 int KestSendDefrostReservationsNotify(int action, KestDefrostReservation *entry, int count) {
     ordered_json entries = ordered_json::array();
     for (int i = 0; entry != nullptr && i < std::min(count, kMaxNotifiedEntries); ++i)
-        entries.push_back(corvane::platform::reservationMembers(entry[i]));
+        entries.push_back(reservationMembers(entry[i]));
     return notify(CommandId::SendDefrostReservationsNotify,
                   {{"action", action}, {"entries", entries}});
 }
