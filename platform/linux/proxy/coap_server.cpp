@@ -23,7 +23,11 @@ namespace {
 constexpr unsigned kMaxIdleSessions = 100;
 constexpr unsigned kMaxHandshakes = 100;
 constexpr std::size_t kRememberedExchanges = 8192;
+constexpr std::size_t kMaxWatches = 4096;
 constexpr unsigned kRetryAfterSec = 5;
+// A client repeats a request after two seconds at the earliest. A repetition that comes sooner than
+// this is a stray copy; it is not worth a message of its own, the answer is under way.
+constexpr std::chrono::seconds kClientPatience{1};
 
 constexpr std::array kMethods{COAP_REQUEST_GET,    COAP_REQUEST_POST,  COAP_REQUEST_PUT,
                               COAP_REQUEST_DELETE, COAP_REQUEST_FETCH, COAP_REQUEST_PATCH,
@@ -112,6 +116,21 @@ std::string exchangeKeyOf(const coap_session_t *session, const coap_pdu_t *reque
     return key;
 }
 
+std::string watchOf(const coap_pdu_t *request) {
+    std::string watch;
+    coap_opt_iterator_t iterator;
+    coap_option_iterator_init(request, &iterator, COAP_OPT_ALL);
+    while (const coap_opt_t *option = coap_option_next(&iterator)) {
+        if (iterator.number == COAP_OPTION_OBSERVE || iterator.number == COAP_OPTION_ETAG)
+            continue;
+        watch +=
+            std::to_string(iterator.number) + ':' + std::to_string(coap_opt_length(option)) + ':';
+        watch.append(reinterpret_cast<const char *>(coap_opt_value(option)),
+                     coap_opt_length(option));
+    }
+    return watch;
+}
+
 void ignoreLog(coap_log_t, const char *) {}
 
 } // namespace
@@ -120,7 +139,11 @@ void ignoreLog(coap_log_t, const char *) {}
 
 CoapServer::CoapServer(RequestSink &sink) : sink_(sink), exchanges_(kRememberedExchanges) {}
 
-CoapServer::~CoapServer() { stop(); }
+CoapServer::~CoapServer() {
+    stop();
+    if (wakeFd_ >= 0)
+        close(wakeFd_);
+}
 
 std::string CoapServer::open(const ListenAddress &address, PskKeys keys) {
     // libcoap lets several programs share a port. The trial bind tells a port that is taken.
@@ -137,6 +160,7 @@ std::string CoapServer::open(const ListenAddress &address, PskKeys keys) {
     if (wakeFd_ < 0 || context_ == nullptr)
         return "out of memory or file descriptors";
     coap_set_app_data(context_, this);
+    coap_register_event_handler(context_, onEvent);
     coap_context_set_max_idle_sessions(context_, kMaxIdleSessions);
     coap_context_set_max_handshake_sessions(context_, kMaxHandshakes);
 
@@ -177,10 +201,6 @@ void CoapServer::stop() {
         coap_cleanup();
         context_ = nullptr;
     }
-    if (wakeFd_ >= 0) {
-        close(wakeFd_);
-        wakeFd_ = -1;
-    }
 }
 
 // ---- the thread -------------------------------------------------------------------------------
@@ -212,7 +232,8 @@ void CoapServer::run() {
     std::array<pollfd, 2> waits{pollfd{coap_context_get_coap_fd(context_), POLLIN, 0},
                                 pollfd{wakeFd_, POLLIN, 0}};
     while (!isEnding_) {
-        poll(waits.data(), waits.size(), -1);
+        if (poll(waits.data(), waits.size(), -1) < 0)
+            continue;
         if (waits[1].revents != 0)
             runPosted();
         if (waits[0].revents != 0)
@@ -286,13 +307,46 @@ void CoapServer::onUnknown(coap_resource_t *, coap_session_t *, const coap_pdu_t
     fill(response, {404, "no such resource, see /.well-known/core", {}, false});
 }
 
-void CoapServer::handleNotificationRead(const Command &command, coap_session_t *,
+// libcoap calls this for a read, for the beginning and end of a watch, and again for each
+// notification to each watcher.
+void CoapServer::handleNotificationRead(const Command &command, coap_session_t *session,
                                         const coap_pdu_t *request, coap_pdu_t *response) {
     const auto read = readMessage(messageOf(command, request));
     if (const auto *refusal = std::get_if<Response>(&read))
         return fill(response, *refusal);
+    if (!admitWatch(session, request))
+        return fill(response, {503, "too many watchers", {}, true});
     const Format format = std::get<Request>(read).answerFormat;
     fill(response, {205, sink_.notificationValue(command.id, format), format, false});
+}
+
+// libcoap has no limit for watches, so they are counted here: by session and by everything that
+// makes libcoap tell two watches of a session apart. Answers false when there are too many.
+bool CoapServer::admitWatch(coap_session_t *session, const coap_pdu_t *request) {
+    const auto observe = numberOption(request, COAP_OPTION_OBSERVE);
+    if (!observe)
+        return true;
+    const std::string watch = watchOf(request);
+    auto &ofSession = watches_[session];
+    if (*observe == COAP_OBSERVE_CANCEL)
+        watchCount_ -= ofSession.erase(watch);
+    else if (*observe == COAP_OBSERVE_ESTABLISH && ofSession.count(watch) == 0) {
+        if (watchCount_ == kMaxWatches)
+            return false;
+        ofSession.insert(watch);
+        ++watchCount_;
+    }
+    return true;
+}
+
+int CoapServer::onEvent(coap_session_t *session, coap_event_t event) {
+    auto *self = static_cast<CoapServer *>(coap_get_app_data(coap_session_get_context(session)));
+    const auto found = self->watches_.find(session);
+    if (event != COAP_EVENT_SERVER_SESSION_DEL || found == self->watches_.end())
+        return 0;
+    self->watchCount_ -= found->second.size();
+    self->watches_.erase(found);
+    return 0;
 }
 
 void CoapServer::handleCommand(const Command &command, coap_session_t *session,
@@ -303,7 +357,8 @@ void CoapServer::handleCommand(const Command &command, coap_session_t *session,
     if (Exchange *known = exchanges_.find(requester.exchangeKey)) {
         if (known->answer) {
             send(requester, *known->answer, false);
-        } else if (requester.type == COAP_MESSAGE_CON) {
+        } else if (requester.type == COAP_MESSAGE_CON &&
+                   exchanges_.ageOf(*known) >= kClientPatience) {
             known->isAcknowledged = true;
             coap_send_ack(session, request);
         }

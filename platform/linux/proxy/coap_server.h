@@ -18,8 +18,10 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 namespace corvane::platform {
@@ -89,10 +91,12 @@ private:
     static void onUnknown(coap_resource_t *resource, coap_session_t *session,
                           const coap_pdu_t *request, const coap_string_t *query,
                           coap_pdu_t *response);
+    static int onEvent(coap_session_t *session, coap_event_t event);
     static const coap_bin_const_t *onIdentity(coap_bin_const_t *identity, coap_session_t *session,
                                               void *server);
     void handleNotificationRead(const Command &command, coap_session_t *session,
                                 const coap_pdu_t *request, coap_pdu_t *response);
+    bool admitWatch(coap_session_t *session, const coap_pdu_t *request);
     void handleCommand(const Command &command, coap_session_t *session, const coap_pdu_t *request,
                        coap_pdu_t *response);
     void finish(const Requester &requester, Response answer);
@@ -100,7 +104,7 @@ private:
 
     RequestSink &sink_;
 
-    // Constant after open().
+    // Constant from open() to stop(); the descriptor lives as long as the server.
     coap_context_t *context_ = nullptr;
     int wakeFd_ = -1;
     PskKeys keys_;
@@ -115,6 +119,8 @@ private:
     bool isEnding_ = false;
     std::array<std::unique_ptr<Resource>, kCommandCount> resources_;
     ExchangeTable exchanges_;
+    std::unordered_map<const coap_session_t *, std::set<std::string>> watches_; // see admitWatch()
+    std::size_t watchCount_ = 0;
     coap_bin_const_t offeredKey_{};
 };
 

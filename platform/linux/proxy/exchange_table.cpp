@@ -4,26 +4,24 @@
 namespace corvane::platform {
 
 Exchange *ExchangeTable::find(const std::string &key) {
-    forgetExpired();
+    while (!byAge_.empty() && ageOf(byAge_.front()->second) >= kLifetime)
+        forgetOldest();
     const auto found = exchanges_.find(key);
     return found == exchanges_.end() ? nullptr : &found->second;
 }
 
 void ExchangeTable::remember(const std::string &key) {
-    if (exchanges_.size() >= capacity_) {
-        exchanges_.erase(births_.front().key);
-        births_.pop_front();
-    }
-    exchanges_.emplace(key, Exchange{});
-    births_.push_back({now_(), key});
+    if (exchanges_.size() >= capacity_)
+        forgetOldest();
+    Exchange exchange;
+    exchange.since = now_();
+    byAge_.push_back(&*exchanges_.emplace(key, exchange).first);
 }
 
-void ExchangeTable::forgetExpired() {
-    const auto now = now_();
-    while (!births_.empty() && births_.front().at + kLifetime <= now) {
-        exchanges_.erase(births_.front().key);
-        births_.pop_front();
-    }
+void ExchangeTable::forgetOldest() {
+    const std::string key = byAge_.front()->first;
+    byAge_.pop_front();
+    exchanges_.erase(key);
 }
 
 } // namespace corvane::platform

@@ -19,6 +19,7 @@
 namespace corvane::platform {
 
 struct Exchange {
+    std::chrono::steady_clock::time_point since;
     bool isAcknowledged = false;    // an empty acknowledgement went out before the answer
     std::optional<Response> answer; // none while the handler is at work
 };
@@ -33,6 +34,9 @@ public:
                            std::function<Clock::time_point()> now = Clock::now)
         : capacity_(capacity), now_(std::move(now)) {}
 
+    // How long ago the exchange was remembered.
+    Clock::duration ageOf(const Exchange &exchange) const { return now_() - exchange.since; }
+
     // The exchange of that peer, message id and token, packed into one key by the caller; null when
     // there is none. Valid until the next remember().
     Exchange *find(const std::string &key);
@@ -43,16 +47,13 @@ public:
     std::size_t size() const { return exchanges_.size(); }
 
 private:
-    struct Birth {
-        Clock::time_point at;
-        std::string key;
-    };
-    void forgetExpired();
+    using Exchanges = std::unordered_map<std::string, Exchange>;
+    void forgetOldest();
 
     const std::size_t capacity_;
     const std::function<Clock::time_point()> now_;
-    std::unordered_map<std::string, Exchange> exchanges_;
-    std::deque<Birth> births_; // one for each exchange, oldest first
+    Exchanges exchanges_;
+    std::deque<const Exchanges::value_type *> byAge_; // all of them, oldest first
 };
 
 } // namespace corvane::platform

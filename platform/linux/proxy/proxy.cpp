@@ -81,7 +81,7 @@ int Proxy::init(const char *name) {
 
 int Proxy::start() {
     const std::lock_guard lock(mutex_);
-    if (name_.empty() || isStarted_)
+    if (name_.empty() || isStarted_ || isClosed_)
         return -1;
     worker_.start();
     server_.start();
@@ -107,6 +107,10 @@ int Proxy::notify(CommandId id, const nlohmann::ordered_json &members) {
 }
 
 void Proxy::close() {
+    {
+        const std::lock_guard lock(mutex_);
+        isClosed_ = true;
+    }
     worker_.stop();
     server_.stop();
 }

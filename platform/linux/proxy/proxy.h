@@ -51,6 +51,7 @@ private:
     std::string name_;                // guarded by mutex_; empty before init()
     std::vector<CommandId> declared_; // guarded by mutex_
     bool isStarted_ = false;          // guarded by mutex_
+    bool isClosed_ = false;           // guarded by mutex_
 
     // Of the server's thread.
     std::chrono::steady_clock::time_point nextRefusalLine_{};
