@@ -337,6 +337,8 @@ void failCloses(int times) {
 
 void failFileOperation(int n) { operationsUntilFailure = n; }
 
+bool pendingFileFailure() { return operationsUntilFailure > 0; }
+
 void heal() {
     failStatements({}, 0);
     failOpens(0);

@@ -69,6 +69,7 @@ void failOpens(int times = kAlways);  // SQLITE_CANTOPEN
 void failCloses(int times = kAlways); // SQLITE_BUSY, as with a statement left open
 // The n-th read, write, sync or truncate from now answers SQLITE_IOERR, all others work. 1 is next.
 void failFileOperation(int n);
+[[nodiscard]] bool pendingFileFailure(); // it has not been met yet
 void heal();
 
 // Another connection that holds the file, as a second process would.

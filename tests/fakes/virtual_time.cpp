@@ -136,7 +136,7 @@ struct Run {
 // The monotonic clock does not start at 0, which some code takes for "never".
 constexpr std::int64_t kBootNs = 1000 * kNsPerSec;
 
-Run *theRun = nullptr; // kept after finish() while stopped threads may still refer to it
+Run *theRun = nullptr;
 thread_local Thread *self = nullptr;
 
 std::uint64_t next(std::uint64_t &state) { // splitmix64
@@ -475,11 +475,11 @@ void signalOne(const pthread_cond_t *condition) {
 // ---- Public interface ----
 
 void start(const Options &options) {
-    if (self != nullptr || (theRun != nullptr && theRun->current != nullptr)) {
+    if (theRun != nullptr) {
         std::fprintf(stderr, "virtual time: a run is active already\n");
         std::abort();
     }
-    theRun = new Run; // on purpose never freed: leaked threads may still point into it
+    theRun = new Run;
     theRun->options = options;
     theRun->generator = options.seed;
     theRun->systemOffsetNs = parseUtc(options.startUtc);
@@ -508,11 +508,14 @@ Summary finish() {
     }
     sched_setaffinity(0, sizeof theRun->processorsBefore, &theRun->processorsBefore);
     self = nullptr;
-    theRun->current = nullptr;
     if (summary.leakedThreads.empty()) {
         delete theRun;
-        theRun = nullptr;
+    } else {
+        // Stopped threads still refer to their run, until the process ends.
+        static auto *const abandoned = new std::vector<Run *>;
+        abandoned->push_back(theRun);
     }
+    theRun = nullptr;
     return summary;
 }
 
