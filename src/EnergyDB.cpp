@@ -127,17 +127,19 @@ int Database::_exec(const std::string &sql) {
     if (sql.empty()) {
         return -1;
     }
-    return attempted([&] {
+    int code = SQLITE_OK;
+    for (int attempts = 0; attempts < kAttempts; ++attempts) {
         char *message = nullptr;
-        const int code = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message);
-        if (code != SQLITE_OK) {
-            // The handle of a failed open sets no message.
-            LOG(DLOG_DEBUG, "SQL error: %s", message != nullptr ? message : sqlite3_errstr(code));
-            sqlite3_free(message);
-            _awaitTurn(code);
+        code = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message);
+        if (code == SQLITE_OK) {
+            break;
         }
-        return code;
-    });
+        // The handle of a failed open sets no message.
+        LOG(DLOG_DEBUG, "SQL error: %s", message != nullptr ? message : sqlite3_errstr(code));
+        sqlite3_free(message);
+        _awaitTurn(code);
+    }
+    return code;
 }
 
 void Database::_awaitTurn(int code) {
@@ -187,15 +189,14 @@ int Database::_update(const std::string &table, const std::vector<std::string> &
 int Database::_select(const std::string &table, Rows &rows, const std::string &condition) {
     const std::string sql = "SELECT * FROM " + table + condition;
     sqlite3_stmt *statement = nullptr;
-    attempted([&] {
+    for (int attempts = 0; attempts < kAttempts; ++attempts) {
         const int code = sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr);
-        if (code != SQLITE_OK) {
-            LOG(DLOG_DEBUG, "Can not select Record : %s, Error Code : %d", sqlite3_errmsg(db),
-                code);
-            _awaitTurn(code);
+        if (code == SQLITE_OK) {
+            break;
         }
-        return code;
-    });
+        LOG(DLOG_DEBUG, "Can not select Record : %s, Error Code : %d", sqlite3_errmsg(db), code);
+        _awaitTurn(code);
+    }
     const int columns = sqlite3_column_count(statement);
     int step = sqlite3_step(statement);
     for (; step == SQLITE_ROW; step = sqlite3_step(statement)) {
