@@ -1,0 +1,235 @@
+/*
+ * The commands that ask or order once: status, dr, override, defrost, energy.
+ *
+ * The service answers "done" to some orders that it does not follow, and some take effect only when
+ * the appliance confirms them. Where it costs one more question, the command asks and says so.
+ */
+#include "commands.h"
+
+#include "answers.h"
+#include "calendar.h"
+#include "errors.h"
+#include "local_state.h"
+
+#include <algorithm>
+#include <ctime>
+
+namespace corvane::client {
+namespace {
+
+constexpr const char *kOnlyLocal = "known on the service's own machine only";
+
+std::vector<Reservation> readReservations(const nlohmann::json &answer) {
+    std::vector<Reservation> reservations;
+    const std::string resource = "GetDefrostReservations";
+    for (const nlohmann::json &entry : member<nlohmann::json>(answer, "reservations", resource))
+        reservations.push_back({member<std::string>(entry, "id", resource),
+                                member<std::string>(entry, "description", resource),
+                                member<std::string>(entry, "startTime", resource),
+                                member<std::string>(entry, "endTime", resource),
+                                member<std::string>(entry, "period", resource)});
+    return reservations;
+}
+
+/* The answer, or the sentence why there is none; what the network says still throws. */
+Piece<nlohmann::json> tryToAsk(CoapClient &client, const std::string &resource) {
+    const Reply reply = client.get(resource);
+    if (!reply.isGood())
+        return {{}, sentenceFor(reply, resource, client.endpoint()), {}};
+    return {reply.object(), {}, {}};
+}
+
+/* A member of an answer; -1 is the service's own "not known yet". */
+Piece<int> numberOf(const Piece<nlohmann::json> &answer, const char *name,
+                    const std::string &resource) {
+    if (!answer.value)
+        return {{}, answer.missing, {}};
+    const int value = member<int>(*answer.value, name, resource);
+    if (value < 0)
+        return {{}, "the service does not know it yet", {}};
+    return {value, {}, {}};
+}
+
+/* The setting in which the service keeps the value, where its answer leaves it open. */
+void fallBackTo(const LocalState &local, const std::string &key, Piece<int> &piece) {
+    if (piece.value)
+        return;
+    const Piece<int> stored = local.integer(key);
+    if (stored.value)
+        piece = {stored.value, {}, "as last stored, not confirmed since the start"};
+}
+
+Piece<EventReport> eventByBlock(const Piece<int> &block) {
+    if (!block.value)
+        return {{}, block.missing, {}};
+    return {EventReport{*block.value == 1, {}}, {}, std::string("its times are ") + kOnlyLocal};
+}
+
+StatusReport collectStatus(const Context &context) {
+    CoapClient client = context.connect();
+    StatusReport report;
+    report.url = context.endpoint.url();
+
+    const auto override = tryToAsk(client, "GetDRLCOverride");
+    report.level = numberOf(override, "level", "GetDRLCOverride");
+    report.override = numberOf(override, "override", "GetDRLCOverride");
+    report.block = numberOf(tryToAsk(client, "GetDefrostBlock"), "block", "GetDefrostBlock");
+    report.defrostEnabled =
+        numberOf(tryToAsk(client, "GetDelayDefrost"), "enabled", "GetDelayDefrost");
+    const auto reservations = tryToAsk(client, "GetDefrostReservations");
+    report.reservations.missing = reservations.missing;
+    if (reservations.value)
+        report.reservations.value = readReservations(*reservations.value);
+    const auto energy = tryToAsk(client, "GetEnergyConsumption");
+    report.consumption.missing = energy.missing;
+    if (energy.value)
+        report.consumption.value = {
+            member<std::string>(*energy.value, "cumulative", "GetEnergyConsumption"),
+            member<std::string>(*energy.value, "monthly", "GetEnergyConsumption")};
+
+    report.event = eventByBlock(report.block);
+    report.defrostActive.missing = kOnlyLocal;
+    if (context.endpoint.isLoopback()) {
+        const LocalState local(environmentFolders());
+        fallBackTo(local, "db/corvane/dr/level", report.level);
+        fallBackTo(local, "db/corvane/dr/override", report.override);
+        report.defrostActive = local.integer("db/corvane/defrost/activate");
+        if (const Piece<EventReport> stored = local.event(); stored.value)
+            report.event = stored;
+        else if (!report.event.value || report.event.value->stored)
+            report.event.note = report.event.missing = stored.missing;
+    }
+    report.now = std::time(nullptr);
+    return report;
+}
+
+} // namespace
+
+CoapClient Context::connect() const {
+    std::optional<Credentials> credentials;
+    if (endpoint.secure)
+        credentials = readCredentialsFile(pskFile, identity);
+    return {endpoint, credentials, timeoutSec};
+}
+
+void Context::print(const Json &object, bool asLine) const {
+    out << object.dump(asLine ? -1 : 2, ' ', false, Json::error_handler_t::replace) << "\n"
+        << std::flush;
+}
+
+void showStatus(const Context &context) {
+    const StatusReport report = collectStatus(context);
+    if (context.json)
+        context.print(statusJson(report));
+    else
+        context.out << statusScreen(report, context.style);
+}
+
+void startEvent(const Context &context, const EventOrder &order) {
+    CoapClient client = context.connect();
+    nlohmann::json body{{"level", order.level}};
+    if (order.length)
+        body["duration"] = *order.length;
+    if (order.start)
+        body["start"] = *order.start;
+    client::order(client, "ControlDRLC", body);
+
+    const std::time_t now = std::time(nullptr);
+    const int length = order.length ? parseTimeOfDay(*order.length).value() : kDefaultEventSec;
+    const EventTime time =
+        placeEvent(order.start ? parseTimeOfDay(*order.start) : std::nullopt, length, now);
+    if (context.json)
+        context.print(orderedJson(order.level, time, now));
+    else
+        context.out << orderedText(order.level, time, now, context.style);
+}
+
+void cancelEvent(const Context &context) {
+    CoapClient client = context.connect();
+    order(client, "ControlDRLC", {{"level", 0}});
+    if (context.json)
+        context.print({{"cancelled", true}});
+    else
+        context.out << "Cancelled; the appliance returns to normal operation.\n";
+}
+
+void setOverride(const Context &context, bool on) {
+    CoapClient client = context.connect();
+    order(client, "ControlOverride", {{"override", on ? 1 : 0}});
+    if (context.json)
+        context.print({{"requested", on ? 1 : 0}});
+    else
+        context.out << "Override " << (on ? "on" : "off")
+                    << " is requested; it holds once the appliance confirms it "
+                       "(corvanectl status).\n";
+}
+
+void setDefrostDelay(const Context &context, bool on) {
+    CoapClient client = context.connect();
+    order(client, "SetDelayDefrost", {{"enabled", on ? 1 : 0}});
+    const int enabled = member<int>(ask(client, "GetDelayDefrost"), "enabled", "GetDelayDefrost");
+    if (on && enabled == 0)
+        throw CommandFailed("defrost delay stays off: a demand-response event is stored; repeat "
+                            "when it has ended, or end it with: corvanectl dr cancel");
+    if (context.json)
+        context.print({{"enabled", enabled}});
+    else
+        context.out << "Defrost delay is " << (enabled == 0 ? "off" : "on") << ".\n";
+}
+
+void listReservations(const Context &context) {
+    CoapClient client = context.connect();
+    const auto reservations = readReservations(ask(client, "GetDefrostReservations"));
+    const std::time_t now = std::time(nullptr);
+    if (context.json)
+        context.print({{"reservations", reservationsJson(reservations, now)}});
+    else
+        context.out << reservationTable(reservations, now, context.style);
+}
+
+void addReservation(const Context &context, const Reservation &reservation) {
+    CoapClient client = context.connect();
+    const nlohmann::json answer = order(client, "CreateDefrostReservations",
+                                        {{"startTime", reservation.startTime},
+                                         {"endTime", reservation.endTime},
+                                         {"period", reservation.period},
+                                         {"description", reservation.description}});
+    const auto id = member<std::string>(answer, "id", "CreateDefrostReservations");
+    if (context.json)
+        context.print({{"id", id}});
+    else
+        context.out << "Added as reservation " << printable(id, 4) << ".\n";
+}
+
+void removeReservation(const Context &context, const std::string &id) {
+    CoapClient client = context.connect();
+    const auto reservations = readReservations(ask(client, "GetDefrostReservations"));
+    if (std::none_of(reservations.begin(), reservations.end(),
+                     [&](const Reservation &reservation) { return reservation.id == id; }))
+        throw CommandFailed("there is no reservation " + id +
+                            "; see which there are with: corvanectl defrost list");
+    order(client, "DelDefrostReservations", {{"id", id}});
+    if (context.json)
+        context.print({{"removed", id}});
+    else
+        context.out << "Removed reservation " << id << ".\n";
+}
+
+void showEnergy(const Context &context) {
+    CoapClient client = context.connect();
+    const nlohmann::json answer = ask(client, "GetEnergyConsumption");
+    const Consumption consumption{member<std::string>(answer, "cumulative", "GetEnergyConsumption"),
+                                  member<std::string>(answer, "monthly", "GetEnergyConsumption")};
+    if (context.json) {
+        context.print({{"cumulative", consumption.cumulative}, {"monthly", consumption.monthly}});
+        return;
+    }
+    const std::size_t width = std::max(consumption.cumulative.size(), consumption.monthly.size());
+    const auto figure = [&](const char *label, const std::string &text) {
+        context.out << "  " << label << std::string(width - text.size(), ' ') << text << "\n";
+    };
+    figure("this month so far  ", consumption.cumulative);
+    figure("last month         ", consumption.monthly);
+}
+
+} // namespace corvane::client
