@@ -14,6 +14,7 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -35,6 +36,8 @@ std::condition_variable changed;
 std::deque<Request *> queue; // guarded by mutex, as is the rest
 std::thread worker;
 bool silenced = false;
+bool isNamed = false;
+bool isStarted = false;
 Handlers installed{};
 std::vector<Command> declared;
 std::vector<std::string> sent;
@@ -102,6 +105,9 @@ int request(const std::string &text, Handler Handlers::*which, Arguments... argu
 template <typename Handler>
 int install(const char *function, Handler Handlers::*which, Handler handler) {
     record(Kind::Proxy, function);
+    if (handler == nullptr) {
+        return -1;
+    }
     const std::lock_guard lock(mutex);
     installed.*which = handler;
     return 0;
@@ -130,17 +136,20 @@ int KestAddProxyCommands(const char *name, int kind) {
 
 int KestInitProxy(const char *name) {
     record(Kind::Proxy, "KestInitProxy(" + std::string(name) + ")");
-    return 0;
+    const std::lock_guard lock(mutex);
+    return std::exchange(isNamed, true) ? -1 : 0;
 }
 
 int KestStart() {
     record(Kind::Proxy, "KestStart");
-    return 0;
+    const std::lock_guard lock(mutex);
+    return !isNamed || std::exchange(isStarted, true) ? -1 : 0;
 }
 
 int KestSendSetProxyCmds() {
     record(Kind::Proxy, "KestSendSetProxyCmds");
-    return 0;
+    const std::lock_guard lock(mutex);
+    return isStarted ? 0 : -1;
 }
 
 int KestRegisterGetDRLCOverrideFunc(KestGetDRLCOverrideFunc handler) {
@@ -391,6 +400,8 @@ void forgetHandlers() {
     installed = {};
     declared.clear();
     silenced = false;
+    isNamed = false;
+    isStarted = false;
 }
 
 void clearProxy() {
