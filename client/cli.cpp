@@ -321,8 +321,13 @@ std::string urlOf(const CommandLine &line) {
 }
 
 Context makeContext(const CommandLine &line, std::ostream &out, bool colour) {
-    Context context{parseUrl(urlOf(line)), line.pskFile, line.identity, line.timeoutSec, line.json,
-                    Style(colour),         out};
+    Context context{.endpoint = parseUrl(urlOf(line)),
+                    .pskFile = line.pskFile,
+                    .identity = line.identity,
+                    .timeoutSec = line.timeoutSec,
+                    .json = line.json,
+                    .style = Style(colour),
+                    .out = out};
     if (context.endpoint.secure && line.pskFile.empty())
         throw UsageError("a coaps:// address needs a key: give --psk-file FILE");
     if (!context.endpoint.secure && !(line.pskFile.empty() && line.identity.empty()))

@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cmath>
 #include <cstring>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include <netdb.h>
 #include <poll.h>
@@ -24,6 +24,10 @@ std::string secondsText(double seconds) {
     std::ostringstream text;
     text << seconds << " s";
     return text.str();
+}
+
+std::chrono::milliseconds toMilliseconds(double seconds) {
+    return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
 }
 
 coap_address_t resolve(const Endpoint &endpoint) {
@@ -131,21 +135,17 @@ Reply CoapClient::post(const std::string &resource, const nlohmann::json &body) 
 Reply CoapClient::request(coap_pdu_code_t method, const std::string &resource,
                           const std::string &body) {
     const std::string token = newToken();
-    std::optional<Reply> answer;
-    arrived_ = [&](const std::string &to, const Reply &reply) {
-        if (to == token)
-            answer = reply;
-    };
     send(method, resource, body, token, false);
-    const auto deadline =
-        Clock::now() + std::chrono::milliseconds(static_cast<long>(timeoutSec_ * 1000));
-    while (!answer) {
+    const auto deadline = Clock::now() + toMilliseconds(timeoutSec_);
+    while (true) {
+        for (Arrival &arrival : std::exchange(arrivals_, {}))
+            if (arrival.token == token)
+                return std::move(arrival.reply);
         throwIfBroken(resource);
         if (Clock::now() >= deadline)
             throwNoAnswer(resource);
         wait(deadline, -1);
     }
-    return *answer;
 }
 
 void CoapClient::observe(const std::vector<std::string> &resources, double refreshSec, int stopFd,
@@ -154,17 +154,9 @@ void CoapClient::observe(const std::vector<std::string> &resources, double refre
     for (const std::string &resource : resources)
         resourceByToken[newToken()] = resource;
     std::set<std::string> unanswered;
-    arrived_ = [&](const std::string &to, const Reply &reply) {
-        const auto found = resourceByToken.find(to);
-        if (found == resourceByToken.end())
-            return;
-        unanswered.erase(to);
-        deliver(found->second, reply);
-    };
-
-    const auto timeout = std::chrono::milliseconds(static_cast<long>(timeoutSec_ * 1000));
-    const auto refresh = std::chrono::milliseconds(static_cast<long>(refreshSec * 1000));
-    Clock::time_point asked{};
+    const auto timeout = toMilliseconds(timeoutSec_);
+    const auto refresh = toMilliseconds(refreshSec);
+    Clock::time_point asked = Clock::now() - refresh;
     while (true) {
         if (unanswered.empty() && Clock::now() >= asked + refresh) {
             asked = Clock::now();
@@ -178,6 +170,12 @@ void CoapClient::observe(const std::vector<std::string> &resources, double refre
             throwNoAnswer(resourceByToken[*unanswered.begin()]);
         if (wait(unanswered.empty() ? asked + refresh : asked + timeout, stopFd))
             return;
+        for (const Arrival &arrival : std::exchange(arrivals_, {})) {
+            unanswered.erase(arrival.token);
+            if (const auto found = resourceByToken.find(arrival.token);
+                found != resourceByToken.end())
+                deliver(found->second, arrival.reply);
+        }
     }
 }
 
@@ -223,15 +221,16 @@ coap_response_t CoapClient::onResponse(coap_session_t *session, const coap_pdu_t
                                        const coap_pdu_t *received, coap_mid_t) {
     auto *self = static_cast<CoapClient *>(coap_get_app_data(coap_session_get_context(session)));
     const coap_bin_const_t token = coap_pdu_get_token(received);
-    if (self->arrived_)
-        self->arrived_({reinterpret_cast<const char *>(token.s), token.length}, toReply(received));
+    self->arrivals_.push_back(
+        {{reinterpret_cast<const char *>(token.s), token.length}, toReply(received)});
     return COAP_RESPONSE_OK;
 }
 
 void CoapClient::onNack(coap_session_t *session, const coap_pdu_t *, coap_nack_reason_t reason,
                         coap_mid_t) {
     auto *self = static_cast<CoapClient *>(coap_get_app_data(coap_session_get_context(session)));
-    if (!self->broken_)
+    // A closed port ends a DTLS session too; that it is closed is the better reason.
+    if (!self->broken_ || reason == COAP_NACK_ICMP_ISSUE || reason == COAP_NACK_NOT_DELIVERABLE)
         self->broken_ = reason;
 }
 

@@ -55,7 +55,8 @@ public:
      * Observes the resources: delivers each one's present state, then every notification, until
      * stopFd becomes readable. Each refreshSec the present states are asked for and delivered
      * again, which notices a service that has gone, one that was started anew, and notifications
-     * that the network has lost. Throws Unreachable when a state stays unanswered for the time-out.
+     * that the network has lost. Throws Unreachable when a state stays unanswered for the time-out,
+     * and whatever deliver throws.
      */
     void observe(const std::vector<std::string> &resources, double refreshSec, int stopFd,
                  const Deliver &deliver);
@@ -80,7 +81,11 @@ private:
     Endpoint endpoint_;
     double timeoutSec_;
     std::optional<coap_nack_reason_t> broken_; // why the session is of no more use
-    std::function<void(const std::string &token, const Reply &reply)> arrived_;
+    struct Arrival {
+        std::string token;
+        Reply reply;
+    };
+    std::vector<Arrival> arrivals_; // since the last look; filled by libcoap's callback
     std::unique_ptr<coap_context_t, decltype(&coap_free_context)> context_;
     coap_session_t *session_ = nullptr; // owned by context_
 };

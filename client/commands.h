@@ -22,6 +22,8 @@ struct Context {
     std::string pskFile;  // only with a secure endpoint
     std::string identity; // empty: the only one in pskFile
     double timeoutSec = 5;
+    double watchRefreshSec = 5; // how often a watch asks whether all is as it believes
+    double watchRetrySec = 1;   // how often it looks for a service that has gone
     bool json = false;
     Style style{false};
     std::ostream &out;

@@ -31,6 +31,12 @@ std::vector<Reservation> readReservations(const nlohmann::json &answer) {
     return reservations;
 }
 
+Consumption readConsumption(const nlohmann::json &answer) {
+    const std::string resource = "GetEnergyConsumption";
+    return {member<std::string>(answer, "cumulative", resource),
+            member<std::string>(answer, "monthly", resource)};
+}
+
 /* The answer, or the sentence why there is none; what the network says still throws. */
 Piece<nlohmann::json> tryToAsk(CoapClient &client, const std::string &resource) {
     const Reply reply = client.get(resource);
@@ -56,7 +62,7 @@ void fallBackTo(const LocalState &local, const std::string &key, Piece<int> &pie
         return;
     const Piece<int> stored = local.integer(key);
     if (stored.value)
-        piece = {stored.value, {}, "as last stored, not confirmed since the start"};
+        piece = {stored.value, {}, "as last stored, not yet confirmed"};
 }
 
 Piece<EventReport> eventByBlock(const Piece<int> &block) {
@@ -67,25 +73,26 @@ Piece<EventReport> eventByBlock(const Piece<int> &block) {
 
 StatusReport collectStatus(const Context &context) {
     CoapClient client = context.connect();
+    const auto override = tryToAsk(client, "GetDRLCOverride");
+    const auto block = tryToAsk(client, "GetDefrostBlock");
+    const auto defrost = tryToAsk(client, "GetDelayDefrost");
+    const auto reservations = tryToAsk(client, "GetDefrostReservations");
+    const auto energy = tryToAsk(client, "GetEnergyConsumption");
+    if (!override.value && !block.value && !defrost.value && !reservations.value && !energy.value)
+        throw CommandFailed(block.missing);
+
     StatusReport report;
     report.url = context.endpoint.url();
-
-    const auto override = tryToAsk(client, "GetDRLCOverride");
     report.level = numberOf(override, "level", "GetDRLCOverride");
     report.override = numberOf(override, "override", "GetDRLCOverride");
-    report.block = numberOf(tryToAsk(client, "GetDefrostBlock"), "block", "GetDefrostBlock");
-    report.defrostEnabled =
-        numberOf(tryToAsk(client, "GetDelayDefrost"), "enabled", "GetDelayDefrost");
-    const auto reservations = tryToAsk(client, "GetDefrostReservations");
+    report.block = numberOf(block, "block", "GetDefrostBlock");
+    report.defrostEnabled = numberOf(defrost, "enabled", "GetDelayDefrost");
     report.reservations.missing = reservations.missing;
     if (reservations.value)
         report.reservations.value = readReservations(*reservations.value);
-    const auto energy = tryToAsk(client, "GetEnergyConsumption");
     report.consumption.missing = energy.missing;
     if (energy.value)
-        report.consumption.value = {
-            member<std::string>(*energy.value, "cumulative", "GetEnergyConsumption"),
-            member<std::string>(*energy.value, "monthly", "GetEnergyConsumption")};
+        report.consumption.value = readConsumption(*energy.value);
 
     report.event = eventByBlock(report.block);
     report.defrostActive.missing = kOnlyLocal;
@@ -217,9 +224,7 @@ void removeReservation(const Context &context, const std::string &id) {
 
 void showEnergy(const Context &context) {
     CoapClient client = context.connect();
-    const nlohmann::json answer = ask(client, "GetEnergyConsumption");
-    const Consumption consumption{member<std::string>(answer, "cumulative", "GetEnergyConsumption"),
-                                  member<std::string>(answer, "monthly", "GetEnergyConsumption")};
+    const Consumption consumption = readConsumption(ask(client, "GetEnergyConsumption"));
     if (context.json) {
         context.print({{"cumulative", consumption.cumulative}, {"monthly", consumption.monthly}});
         return;

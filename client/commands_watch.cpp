@@ -12,16 +12,12 @@
 #include "notification_trail.h"
 #include "stop_signal.h"
 
-#include <chrono>
 #include <ctime>
 #include <map>
 #include <set>
 
 namespace corvane::client {
 namespace {
-
-constexpr double kRefreshSec = 5;
-constexpr std::chrono::milliseconds kRetry{1000};
 
 const std::vector<std::string> kResources{"SendDRLCNotify", "SendOverrideNotify",
                                           "SendDefrostBlockNotify", "SendDelayDefrostNotify",
@@ -33,50 +29,45 @@ public:
 
     void run() {
         const StopSignal stop;
-        bool ever = false;
-        bool lost = false;
         while (true) {
             try {
                 CoapClient client = context_.connect();
-                client.observe(kResources, kRefreshSec, stop.fd(),
+                client.observe(kResources, context_.watchRefreshSec, stop.fd(),
                                [&](const std::string &resource, const Reply &reply) {
-                                   if (!ever)
-                                       sayBegin();
-                                   if (lost)
-                                       say("back", "the service answers again");
-                                   ever = true;
-                                   lost = false;
                                    take(resource, reply);
                                });
                 return;
-            } catch (const Unreachable &failure) {
-                if (!ever)
+            } catch (const Unreachable &) {
+                if (state_ == State::Unknown)
                     throw;
-                if (!lost)
-                    say("lost", std::string(failure.what()));
-                lost = true;
+                if (state_ == State::There)
+                    say("lost", "service", "is gone or going; waiting for it");
+                state_ = State::Gone;
             }
-            if (stop.cameWithin(kRetry))
+            if (stop.cameWithin(context_.watchRetrySec))
                 return;
         }
     }
 
 private:
-    void sayBegin() { say("begun", "watching " + context_.endpoint.url() + ", Ctrl-C ends"); }
+    enum class State { Unknown, There, Gone };
 
     void take(const std::string &resource, const Reply &reply) {
-        if (!reply.isGood()) {
-            if (complained_.insert(resource).second)
-                say("refused", sentenceFor(reply, resource, context_.endpoint));
-            return;
-        }
-        complained_.erase(resource);
+        // A service that stops withdraws its resources, and one that starts has none yet.
+        if (!reply.isGood())
+            throw Unreachable(sentenceFor(reply, resource, context_.endpoint));
+        if (state_ == State::Unknown)
+            say("begun", "watching", context_.endpoint.url());
+        if (state_ == State::Gone)
+            say("back", "service", "answers again");
+        state_ = State::There;
+
         const NotificationTrail::News news = trails_[resource].take(reply.object());
         if (news.restarted)
             sayRestarted(resource);
         if (news.missed > 0)
-            say("missed", std::to_string(news.missed) + " notifications of " + resource +
-                              " came too fast to be told");
+            say("missed", "service",
+                "has sent " + std::to_string(news.missed) + " more of " + resource);
         for (const Notification &notification : news.fresh) {
             if (context_.json)
                 context_.print(notificationJson(resource, notification), true);
@@ -90,22 +81,21 @@ private:
     void sayRestarted(const std::string &resource) {
         if (restarted_.empty() || restarted_.count(resource) > 0) {
             restarted_.clear();
-            say("restarted", "the service has been started anew");
+            say("restarted", "service", "has been started anew");
         }
         restarted_.insert(resource);
     }
 
-    void say(const char *state, const std::string &text) {
-        const std::time_t now = std::time(nullptr);
+    void say(const char *event, const std::string &who, const std::string &what) {
         if (context_.json)
-            context_.print({{"watch", state}, {"text", text}}, true);
+            context_.print({{"watch", event}, {"text", who + " " + what}}, true);
         else
-            context_.out << watchLine(now, text, context_.style) << std::flush;
+            context_.out << watchLine(std::time(nullptr), who, what, context_.style) << std::flush;
     }
 
     const Context &context_;
     std::map<std::string, NotificationTrail> trails_;
-    std::set<std::string> complained_;
+    State state_ = State::Unknown;
     std::set<std::string> restarted_; // resources that have noticed the last restart
 };
 

@@ -16,7 +16,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/* No reply came from the service's address at all. */
+/* The service is not there, or not any more. */
 class Unreachable : public CommandFailed {
 public:
     using CommandFailed::CommandFailed;

@@ -7,6 +7,7 @@
 #include "calendar.h"
 #include "errors.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #include <sqlite3.h>
@@ -65,6 +66,8 @@ Piece<int> LocalState::integer(const std::string &key) const {
         return {{}, missing_, {}};
     platform::SettingValue value;
     const platform::Status status = store_->read(key, value);
+    if (status.code == ENOENT)
+        return {{}, "the service has not stored it yet", {}};
     if (!status.ok())
         return {{}, status.text, {}};
     if (const int *number = std::get_if<int>(&value))

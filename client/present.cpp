@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t kColumns = 80;
 constexpr std::size_t kLabelColumns = 14;
+constexpr std::size_t kSubjectColumns = 11;
 constexpr std::size_t kDescriptionColumns = 22;
 constexpr const char *kUtcFormat = "%FT%TZ";
 
@@ -40,12 +41,31 @@ std::string labelled(const std::string &label, const std::string &value) {
     return "  " + padded(label, kLabelColumns) + value + "\n";
 }
 
+/* Why a value is not known, folded between words into the columns beside the label. */
+std::string unknown(const std::string &label, const std::string &reason, const Style &style) {
+    std::istringstream words("unknown (" + printable(reason, 5 * kColumns) + ")");
+    std::string lines;
+    std::string line;
+    const auto flush = [&] {
+        lines += labelled(lines.empty() ? label : "", style.dim(line));
+        line.clear();
+    };
+    for (std::string word; words >> word;) {
+        if (!line.empty() &&
+            kLabelColumns + 2 + charactersIn(line) + 1 + charactersIn(word) > kColumns)
+            flush();
+        line += (line.empty() ? "" : " ") + word;
+    }
+    flush();
+    return lines;
+}
+
 /* The value, or the reason why there is none. */
 template <typename T, typename Show>
 std::string labelled(const std::string &label, const Piece<T> &piece, const Style &style,
                      const Show &show) {
     if (!piece.value)
-        return labelled(label, style.dim("unknown (" + piece.missing + ")"));
+        return unknown(label, piece.missing, style);
     return labelled(label,
                     show(*piece.value) + (piece.note.empty() ? "" : style.dim("  " + piece.note)));
 }
@@ -170,7 +190,7 @@ Json eventJson(const StoredEvent &event, std::time_t now) {
 
 std::string eventLines(const Piece<EventReport> &piece, std::time_t now, const Style &style) {
     if (!piece.value)
-        return labelled("event", style.dim("unknown (" + piece.missing + ")"));
+        return unknown("event", piece.missing, style);
     if (!piece.value->stored)
         return labelled("event", "none");
     if (!piece.value->details)
@@ -233,8 +253,7 @@ std::string statusScreen(const StatusReport &report, const Style &style) {
         screen += "  reservations, in local time:\n" +
                   reservationTable(*report.reservations.value, report.now, style);
     else
-        screen +=
-            labelled("reservations", style.dim("unknown (" + report.reservations.missing + ")"));
+        screen += unknown("reservations", report.reservations.missing, style);
 
     screen += "\n" + heading("Consumption", style);
     screen += labelled("this month", report.consumption, style,
@@ -246,9 +265,12 @@ std::string statusScreen(const StatusReport &report, const Style &style) {
 
 Json statusJson(const StatusReport &report) {
     Json missing = Json::object();
+    Json notes = Json::object();
     const auto note = [&](const char *name, const auto &piece) {
         if (!piece.value)
             missing[name] = piece.missing;
+        else if (!piece.note.empty())
+            notes[name] = piece.note;
     };
     note("level", report.level);
     note("override", report.override);
@@ -282,7 +304,8 @@ Json statusJson(const StatusReport &report) {
                                    ? reservationsJson(*report.reservations.value, report.now)
                                    : Json()}}},
             {"consumption", consumption},
-            {"missing", missing}};
+            {"missing", missing},
+            {"notes", notes}};
 }
 
 /* --- notifications --- */
@@ -354,8 +377,8 @@ std::string notificationLine(const std::string &resource, const Notification &no
         subject == subjects().end()
             ? reservationNews(notification.body)
             : subject->second.meaning(numberOf(notification.body, subject->second.member));
-    return style.dim(padded(time, 19)) + "  " + style.strong(padded(name, 12)) + " " + meaning +
-           "\n";
+    return style.dim(padded(time, 19)) + "  " + style.strong(padded(name, kSubjectColumns)) + "  " +
+           meaning + "\n";
 }
 
 Json notificationJson(const std::string &resource, const Notification &notification) {
@@ -366,9 +389,11 @@ Json notificationJson(const std::string &resource, const Notification &notificat
     return line;
 }
 
-std::string watchLine(std::time_t now, const std::string &text, const Style &style) {
-    return style.dim(formatLocal(now, "%F %T")) + "  " + style.dim(padded("watch", 12)) + " " +
-           text + "\n";
+std::string watchLine(std::time_t now, const std::string &who, const std::string &what,
+                      const Style &style) {
+    return style.dim(formatLocal(now, "%F %T") + "  " + padded(who, kSubjectColumns) + "  " +
+                     what) +
+           "\n";
 }
 
 } // namespace corvane::client

@@ -56,8 +56,9 @@ std::string notificationLine(const std::string &resource, const Notification &no
                              const Style &style);
 Json notificationJson(const std::string &resource, const Notification &notification);
 
-/* One line about the watch itself. */
-std::string watchLine(std::time_t now, const std::string &text, const Style &style);
+/* One line about the watch itself, in the columns of notificationLine(). */
+std::string watchLine(std::time_t now, const std::string &who, const std::string &what,
+                      const Style &style);
 
 } // namespace corvane::client
 

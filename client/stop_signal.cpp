@@ -22,11 +22,17 @@ StopSignal::StopSignal() {
         throw CommandFailed("cannot listen for Ctrl-C: no descriptor is left; close some programs");
 }
 
-StopSignal::~StopSignal() { close(fd_); }
+StopSignal::~StopSignal() {
+    // The signal has done its work, it must not stay pending.
+    signalfd_siginfo taken{};
+    while (read(fd_, &taken, sizeof taken) > 0) {
+    }
+    close(fd_);
+}
 
-bool StopSignal::cameWithin(std::chrono::milliseconds time) const {
+bool StopSignal::cameWithin(double seconds) const {
     pollfd stop{fd_, POLLIN, 0};
-    return poll(&stop, 1, static_cast<int>(time.count())) > 0;
+    return poll(&stop, 1, static_cast<int>(seconds * 1000)) > 0;
 }
 
 } // namespace corvane::client

@@ -5,8 +5,6 @@
 #ifndef CORVANE_CLIENT_STOP_SIGNAL_H
 #define CORVANE_CLIENT_STOP_SIGNAL_H
 
-#include <chrono>
-
 namespace corvane::client {
 
 class StopSignal {
@@ -20,7 +18,7 @@ public:
     int fd() const { return fd_; }
 
     /* True as soon as one of the signals has come, false when the time is up before. */
-    bool cameWithin(std::chrono::milliseconds time) const;
+    bool cameWithin(double seconds) const;
 
 private:
     int fd_;
