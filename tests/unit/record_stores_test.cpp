@@ -274,9 +274,9 @@ TEST_F(EventStoreTest, DeletionIsRepeatedByTheStatementsOwnTenAttemptsOnly) {
 }
 
 TEST_F(EventStoreTest, InsertionIsRepeatedWithoutBound) {
-    storage::failStatements(storage::Trouble::Full, 12345);
+    storage::failStatements(storage::Trouble::Full, 1234);
     EXPECT_EQ(DrDB().insertRecord(event), 0);
-    EXPECT_EQ(storage::statements().size(), 12346U);
+    EXPECT_EQ(storage::statements().size(), 1235U);
     EXPECT_EQ(stored(), event);
 }
 
@@ -322,9 +322,9 @@ protected:
         return records;
     }
 
-    const scheduleRecord summer{"0", "Summer Season", "0000-06-01T14:00:00", "0000-09-30T18:00:00",
+    const scheduleRecord summer{"0", "Summer Season", "0000-05-01T15:00:00", "0000-10-31T00:00:00",
                                 "04:00:00"};
-    const scheduleRecord winter{"1", "Winter Season", "0000-12-01T06:00:00", "0000-04-30T10:00:00",
+    const scheduleRecord winter{"1", "Winter Season", "0000-11-01T06:00:00", "0000-04-30T00:00:00",
                                 "04:00:00"};
     const scheduleRecord remote{"2", "Holidays", "0000-07-01T00:00:00", "0000-07-31T01:30:00",
                                 "01:30:00"};
@@ -338,8 +338,8 @@ TEST_F(ReservationStoreTest, ReservationIsStoredFieldByField) {
     EXPECT_EQ(DefrostDB().insertRecord(summer), 0);
     EXPECT_THAT(storage::statements(),
                 ElementsAre("INSERT INTO defrost_usage_table (id, description, startTime, endTime, "
-                            "period) values('0', 'Summer Season', '0000-06-01T14:00:00', "
-                            "'0000-09-30T18:00:00', '04:00:00');"));
+                            "period) values('0', 'Summer Season', '0000-05-01T15:00:00', "
+                            "'0000-10-31T00:00:00', '04:00:00');"));
     EXPECT_THAT(stored(), ElementsAre(summer));
 }
 
