@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 #include <utility>
@@ -24,6 +25,7 @@ constexpr unsigned kMaxIdleSessions = 100;
 constexpr unsigned kMaxHandshakes = 100;
 constexpr std::size_t kRememberedExchanges = 8192;
 constexpr std::size_t kMaxWatches = 4096;
+constexpr unsigned kMaxWaitMs = 3'600'000;
 constexpr unsigned kRetryAfterSec = 5;
 // A client repeats a request after two seconds at the earliest. A repetition that comes sooner than
 // this is a stray copy; it is not worth a message of its own, the answer is under way.
@@ -137,7 +139,8 @@ void ignoreLog(coap_log_t, const char *) {}
 
 // ---- opening and closing ----------------------------------------------------------------------
 
-CoapServer::CoapServer(RequestSink &sink) : sink_(sink), exchanges_(kRememberedExchanges) {}
+CoapServer::CoapServer(RequestSink &sink, std::function<ExchangeTable::Clock::time_point()> now)
+    : sink_(sink), exchanges_(kRememberedExchanges, std::move(now)) {}
 
 CoapServer::~CoapServer() {
     stop();
@@ -228,19 +231,33 @@ void CoapServer::runPosted() {
         closure();
 }
 
+// The library's own timer descriptor is not enough to wait on: a timer that falls due while the
+// library prepares to wait is disarmed, and its retransmission never comes. The time to wait that
+// the preparation answers is right, hence the loop here instead of coap_io_process().
 void CoapServer::run() {
-    std::array<pollfd, 2> waits{pollfd{coap_context_get_coap_fd(context_), POLLIN, 0},
-                                pollfd{wakeFd_, POLLIN, 0}};
+    const int coapFd = coap_context_get_coap_fd(context_);
+    std::array<pollfd, 2> waits{pollfd{coapFd, POLLIN, 0}, pollfd{wakeFd_, POLLIN, 0}};
     while (!isEnding_) {
-        if (poll(waits.data(), waits.size(), -1) < 0)
+        const unsigned timeoutMs = prepareToWait();
+        if (poll(waits.data(), waits.size(), timeoutMs == 0 ? -1 : static_cast<int>(timeoutMs)) < 0)
             continue;
         if (waits[1].revents != 0)
             runPosted();
-        if (waits[0].revents != 0)
-            coap_io_process(context_, COAP_IO_NO_WAIT);
+        if (waits[0].revents != 0) {
+            epoll_event event{};
+            if (epoll_wait(coapFd, &event, 1, 0) == 1)
+                coap_io_do_epoll(context_, &event, 1);
+        }
     }
     runPosted();
-    coap_io_process(context_, COAP_IO_NO_WAIT);
+    prepareToWait();
+}
+
+// Sends what is due, notifications too. Answers how long nothing else is, in ms; 0: for ever.
+unsigned CoapServer::prepareToWait() {
+    coap_tick_t now = 0;
+    coap_ticks(&now);
+    return std::min(coap_io_prepare_epoll(context_, now), kMaxWaitMs);
 }
 
 // ---- resources --------------------------------------------------------------------------------

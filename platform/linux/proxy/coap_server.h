@@ -43,7 +43,8 @@ public:
 
 class CoapServer {
 public:
-    explicit CoapServer(RequestSink &sink);
+    // now: the clock of the exchanges (see exchange_table.h).
+    CoapServer(RequestSink &sink, std::function<ExchangeTable::Clock::time_point()> now);
     ~CoapServer();
     CoapServer(const CoapServer &) = delete;
     CoapServer &operator=(const CoapServer &) = delete;
@@ -82,6 +83,7 @@ private:
 
     void post(std::function<void()> closure);
     void run();
+    unsigned prepareToWait();
     void runPosted();
     void addResource(const std::string &prefix, CommandId id);
 

@@ -29,7 +29,7 @@ Response comeAgain(std::string reason) { return {503, std::move(reason), {}, tru
 
 } // namespace
 
-Proxy::Proxy() : worker_(kMaxWaitingRequests), server_(*this) {}
+Proxy::Proxy(Now now) : now_(std::move(now)), worker_(kMaxWaitingRequests), server_(*this, now_) {}
 
 std::string Proxy::prepare(const std::string &listenOn, const std::string &keyFile) {
     const auto address = parseListenAddress(listenOn);
@@ -137,7 +137,7 @@ std::string Proxy::notificationValue(CommandId id, Format format) {
 }
 
 void Proxy::logRefusal(const Message &message, const Response &refusal) {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = now_();
     if (now < nextRefusalLine_) {
         ++unloggedRefusals_;
         return;

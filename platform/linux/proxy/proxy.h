@@ -10,6 +10,7 @@
 #include "notifications.h"
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -18,7 +19,9 @@ namespace corvane::platform {
 
 class Proxy : private RequestSink {
 public:
-    Proxy();
+    // now: the clock of the proxy, for the life of an exchange and the pace of its log lines.
+    using Now = std::function<std::chrono::steady_clock::time_point()>;
+    explicit Proxy(Now now = std::chrono::steady_clock::now);
     ~Proxy() override { close(); }
 
     // Checks both settings and binds. keyFile is empty when there is none. Answers an empty text or
@@ -42,6 +45,7 @@ private:
     std::string notificationValue(CommandId id, Format format) override;
     void logRefusal(const Message &message, const Response &refusal);
 
+    const Now now_;
     Handlers handlers_;
     Notifications notifications_;
     HandlerWorker worker_;

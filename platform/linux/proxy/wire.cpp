@@ -248,7 +248,7 @@ public:
         const auto field = std::find_if(command_.fields.begin(), command_.fields.end(),
                                         [&](const Field &known) { return name == known.name; });
         if (field == command_.fields.end())
-            return refuseWith(escaped(name) + ": unknown member, expected " +
+            return refuseWith("member " + inQuotes(name) + ": unknown, expected " +
                               memberList(command_.fields));
         if ((seen_ & bitOf(*field)) != 0)
             return refuseWith(name + ": given twice, expected once");
