@@ -508,6 +508,10 @@ class Metering:
         self._thread = threading.Thread(target=self._server.serve_forever, args=(0.02,))
         self._thread.start()
 
+    def wait_for_requests(self, count):
+        wait_for(f"{count} metering requests", lambda: len(self.requests) >= count)
+        return self.requests
+
     def close(self):
         self._closing.set()
         self._server.shutdown()
