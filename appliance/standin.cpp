@@ -75,9 +75,9 @@ void say(const std::string &text) {
     const std::time_t now = std::time(nullptr);
     tm local{};
     localtime_r(&now, &local);
-    char clock[16];
-    std::strftime(clock, sizeof clock, "%T", &local);
-    std::printf("%s  Micom  %s\n", clock, text.c_str());
+    char clock[32];
+    std::strftime(clock, sizeof clock, "%F %T", &local);
+    std::printf("%s  %-11s  %s\n", clock, "Micom", text.c_str());
     std::fflush(stdout);
 }
 
