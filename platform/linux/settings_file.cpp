@@ -88,10 +88,11 @@ std::string timeText(std::chrono::system_clock::time_point now) {
     return text.data();
 }
 
-/* The newest old values that there is room for beside size bytes. */
+/* The newest of the lines, after one old value that is kept anyway, that there is room for beside
+ * size bytes. */
 std::string_view keptValues(std::string_view lines, std::size_t size) {
     std::size_t kept = 0;
-    for (std::size_t count = 0; kept < lines.size(); ++count) {
+    for (std::size_t count = 1; kept < lines.size(); ++count) {
         const std::size_t end = lines.find('\n', kept);
         if (end == std::string_view::npos ||
             (count >= kMinOldValues && size + end + 1 > kSettingsFileSize))

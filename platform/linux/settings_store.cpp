@@ -1,17 +1,18 @@
 /*
  * The settings store's files. Each root ("db/", "memory/") is one flat folder: the file of a key is
- * named after the rest of the key, with ':' for '/'. Names with a leading dot are the store's own:
- * ".lock", on which writers take turns, and ".new-…", a file that is not yet in its place.
+ * named after the rest of the key, with ':' for '/'. Writers take turns on the folder's own lock.
+ * ".new-…" is a file that is not yet in its place: outside a writer's turn there is none, unless a
+ * writer was killed.
  */
 #include "settings_store.h"
 
 #include "settings_file.h"
+#include "settings_root.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <mutex>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -19,13 +20,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "settings_root.h"
-
 namespace corvane::platform {
 namespace {
 
 constexpr std::string_view kTempPrefix = ".new-";
-constexpr std::size_t kMaxFileSize = std::size_t{4} * kMaxSettingText * (kMinOldValues + 2);
+constexpr std::size_t kMaxLine = std::size_t{4} * kMaxSettingText + 100;
+constexpr std::size_t kMaxFileSize = kMaxLine * (kMinOldValues + 2);
 
 std::string keyText(std::string_view key) { return "settings key " + quoted(key, kMaxSettingKey); }
 
@@ -44,6 +44,9 @@ std::string fileNameOf(std::string_view rest) {
     return name;
 }
 
+/* The key without "db/" or "memory/". */
+std::string_view restOf(std::string_view key) { return key.substr(key.find('/') + 1); }
+
 int closeKeepingErrno(int fd) {
     const int code = errno;
     close(fd);
@@ -52,9 +55,8 @@ int closeKeepingErrno(int fd) {
 }
 
 /* Reads the whole file; false with errno set. */
-bool readWhole(int folder, const std::string &name, std::string &text) {
-    const int fd =
-        openat(folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+bool readWhole(const std::string &path, std::string &text) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     if (fd < 0)
         return false;
     text.resize(kSettingsFileSize);
@@ -92,6 +94,34 @@ bool writeAll(int fd, std::string_view text) {
     return true;
 }
 
+/* The turn of one writer among all threads and processes: it holds the lock of the folder. */
+class Turn {
+public:
+    explicit Turn(const std::string &path)
+        : folder_(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        if (folder_ < 0) {
+            code_ = errno;
+            return;
+        }
+        do
+            code_ = flock(folder_, LOCK_EX) == 0 ? 0 : errno;
+        while (code_ == EINTR);
+    }
+    ~Turn() {
+        if (folder_ >= 0)
+            close(folder_);
+    }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+    int code() const { return code_; }
+    int folder() const { return folder_; }
+
+private:
+    const int folder_; // of this turn alone, so that threads exclude each other too
+    int code_ = 0;
+};
+
 /* Puts a file with this text in the place of name; false with errno set, and nothing changed. */
 bool replaceFile(int folder, const std::string &name, std::string_view text, bool durable) {
     static std::atomic<unsigned> counter{0};
@@ -110,26 +140,6 @@ bool replaceFile(int folder, const std::string &name, std::string_view text, boo
     errno = code;
     return false;
 }
-
-/* The turn of one writer among all threads and processes. */
-class Turn {
-public:
-    Turn(std::mutex &mutex, int lockFile) : threads_(mutex), lockFile_(lockFile) {
-        do
-            code_ = flock(lockFile_, LOCK_EX) == 0 ? 0 : errno;
-        while (code_ == EINTR);
-    }
-    ~Turn() { flock(lockFile_, LOCK_UN); }
-    Turn(const Turn &) = delete;
-    Turn &operator=(const Turn &) = delete;
-
-    int code() const { return code_; }
-
-private:
-    std::lock_guard<std::mutex> threads_;
-    int lockFile_;
-    int code_ = 0;
-};
 
 /* Calls use with the name of each file in the folder; false with errno set. */
 template <typename Use>
@@ -182,13 +192,6 @@ Status checkSettingKey(std::string_view key) {
     return {};
 }
 
-SettingsStore::Root::~Root() {
-    if (folder >= 0)
-        close(folder);
-    if (lockFile >= 0)
-        close(lockFile);
-}
-
 std::string SettingsStore::Root::keyOf(std::string_view fileName) const {
     std::string key = prefix;
     for (std::size_t i = 0; i < fileName.size(); ++i) {
@@ -199,29 +202,23 @@ std::string SettingsStore::Root::keyOf(std::string_view fileName) const {
             key += fileName[i] == ':' ? '/' : fileName[i];
         }
     }
-    const bool isKey = checkSettingKey(key).ok() && fileOf(key) == fileName;
+    const bool isKey = checkSettingKey(key).ok() && fileNameOf(restOf(key)) == fileName;
     return isKey ? key : std::string();
 }
 
-std::string SettingsStore::Root::fileOf(std::string_view key) const {
-    return fileNameOf(key.substr(prefix.size()));
+std::string SettingsStore::Root::pathOf(std::string_view key) const {
+    return path + "/" + fileNameOf(restOf(key));
 }
 
-Status SettingsStore::Root::open() {
+Status SettingsStore::Root::open() const {
     if (Status status = makeFolder(path); !status.ok())
         return status;
-    folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0)
-        return systemFailure(errno, "settings folder " + quoted(path, PATH_MAX));
-    lockFile = openat(folder, ".lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (lockFile < 0)
-        return systemFailure(errno, "lock file of the settings folder " + quoted(path, PATH_MAX));
-    const Turn turn(mutex, lockFile);
+    const Turn turn(path);
     if (turn.code() != 0)
         return systemFailure(turn.code(), "settings folder " + quoted(path, PATH_MAX));
-    const auto sweep = [this](const char *name) {
+    const auto sweep = [&turn](const char *name) {
         if (std::string_view(name).starts_with(kTempPrefix))
-            unlinkat(folder, name, 0);
+            unlinkat(turn.folder(), name, 0);
     };
     if (!forEachName(path, sweep))
         return systemFailure(errno, "settings folder " + quoted(path, PATH_MAX));
@@ -236,8 +233,8 @@ Status SettingsStore::open(const Folders &folders) {
     if (!status.ok())
         return status;
     std::array<std::unique_ptr<Root>, 2> roots{
-        std::make_unique<Root>("db/", folders.state + "/settings/db", true),
-        std::make_unique<Root>("memory/", folders.runtime + "/settings/memory", false)};
+        std::unique_ptr<Root>(new Root{"db/", folders.state + "/settings/db", true}),
+        std::unique_ptr<Root>(new Root{"memory/", folders.runtime + "/settings/memory", false})};
     for (const auto &root : roots) {
         status = root->open();
         if (!status.ok()) {
@@ -250,15 +247,14 @@ Status SettingsStore::open(const Folders &folders) {
     return {};
 }
 
-SettingsStore::Root *SettingsStore::rootOf(std::string_view key) const {
+const SettingsStore::Root *SettingsStore::rootOf(std::string_view key) const {
     return roots_[key.starts_with("db/") ? 0 : 1].get();
 }
 
 Status SettingsStore::readText(const std::string &key, std::string &text) const {
     if (Status status = checkSettingKey(key); !status.ok())
         return status;
-    const Root *root = rootOf(key);
-    if (!readWhole(root->folder, root->fileOf(key), text))
+    if (!readWhole(rootOf(key)->pathOf(key), text))
         return systemFailure(errno, keyText(key) + " cannot be read");
     return {};
 }
@@ -266,12 +262,10 @@ Status SettingsStore::readText(const std::string &key, std::string &text) const 
 Status SettingsStore::readFile(const std::string &key, std::string &text,
                                SettingsFile &file) const {
     Status status = readText(key, text);
-    if (status.ok() && !parseSettingsFile(text, file)) {
-        const Root *root = rootOf(key);
+    if (status.ok() && !parseSettingsFile(text, file))
         return {EBADMSG, keyText(key) + " cannot be read: the file " +
-                             quoted(root->path + "/" + root->fileOf(key), PATH_MAX) +
+                             quoted(rootOf(key)->pathOf(key), PATH_MAX) +
                              " is damaged; write the key anew"};
-    }
     return status;
 }
 
@@ -299,16 +293,15 @@ Status SettingsStore::write(const std::string &key, const SettingValue &value) {
         status = checkValue(key, value);
     if (!status.ok())
         return status;
-    Root *root = rootOf(key);
-    const std::string name = root->fileOf(key);
-    const Turn turn(root->mutex, root->lockFile);
+    const Root *root = rootOf(key);
+    const Turn turn(root->path);
     if (turn.code() != 0)
         return systemFailure(turn.code(), keyText(key) + " cannot be written");
     std::string before;
-    if (!readWhole(root->folder, name, before))
+    if (!readWhole(root->pathOf(key), before))
         before.clear(); // a file that is missing or cannot be read is begun anew
     const std::string text = composeSettingsFile(value, before, std::chrono::system_clock::now());
-    if (!replaceFile(root->folder, name, text, root->durable))
+    if (!replaceFile(turn.folder(), fileNameOf(restOf(key)), text, root->durable))
         return systemFailure(errno, keyText(key) + " cannot be written");
     return {};
 }

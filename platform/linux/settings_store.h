@@ -80,7 +80,7 @@ public:
 private:
     friend class SettingsWatcher;
     struct Root;
-    Root *rootOf(std::string_view key) const;
+    const Root *rootOf(std::string_view key) const;
     Status readText(const std::string &key, std::string &text) const;
     Status readFile(const std::string &key, std::string &text, SettingsFile &file) const;
 

@@ -92,6 +92,8 @@ int useExtraSynchronous(sqlite3 *connection, char **, const sqlite3_api_routines
         (void)__dlog_print(
             LOG_ID_MAIN, DLOG_WARN, "corvane", "storage: %s commits without synchronous=EXTRA: %s",
             quoted(name == nullptr ? "" : name, 200).c_str(), sqlite3_errmsg(connection));
+        // An error that stays on the connection would make it fail to open.
+        sqlite3_exec(connection, "", nullptr, nullptr, nullptr);
     }
     return SQLITE_OK;
 }
@@ -113,10 +115,12 @@ StorageVfs::~StorageVfs() {
 }
 
 std::string StorageVfs::mapped(const std::string &name) const {
-    if (!name.starts_with(from_) || name.find('/', from_.size()) != std::string::npos ||
-        name.size() == from_.size())
+    if (!name.starts_with(from_))
         return name;
-    return to_ + "/" + name.substr(from_.size());
+    const std::string rest = name.substr(from_.size());
+    if (rest.empty() || rest == "." || rest == ".." || rest.find('/') != std::string::npos)
+        return name;
+    return to_ + "/" + rest;
 }
 
 Status prepareStorage(const std::string &stateFolder) {
