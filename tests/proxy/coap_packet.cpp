@@ -16,6 +16,7 @@ namespace corvane::test {
 namespace {
 
 constexpr int kPatienceMs = 10'000;
+constexpr int kRepeatMs = 200;
 
 [[noreturn]] void giveUp(const char *what) {
     std::fprintf(stderr, "CoapClient: %s\n", what);
@@ -112,6 +113,8 @@ CoapClient::CoapClient(std::uint16_t port) : fd_(socket(AF_INET, SOCK_DGRAM | SO
     address.sin_port = htons(port);
     if (connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
         giveUp("cannot open a socket");
+    const int receiveBuffer = 1 << 20; // for bursts of answers; the system may give less
+    setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
 }
 
 CoapClient::~CoapClient() { close(fd_); }
@@ -137,8 +140,7 @@ void CoapClient::sendBytes(std::string_view bytes) {
 }
 
 Packet CoapClient::receive() {
-    pollfd wait{fd_, POLLIN, 0};
-    if (poll(&wait, 1, kPatienceMs) != 1)
+    if (!hasMore(kPatienceMs))
         giveUp("nothing came back");
     std::array<char, 4096> buffer{};
     const ssize_t size = recv(fd_, buffer.data(), buffer.size(), 0);
@@ -152,6 +154,15 @@ Packet CoapClient::ask(const Packet &packet) {
     return receive();
 }
 
+Packet CoapClient::askUntilAnswered(const Packet &packet) {
+    for (int attempt = 0; attempt < kPatienceMs / kRepeatMs; ++attempt) {
+        send(packet);
+        if (hasMore(kRepeatMs))
+            break;
+    }
+    return receive();
+}
+
 void CoapClient::acknowledge(const Packet &packet) {
     Packet acknowledgement;
     acknowledgement.type = Type::Acknowledgement;
@@ -159,9 +170,9 @@ void CoapClient::acknowledge(const Packet &packet) {
     send(acknowledgement);
 }
 
-bool CoapClient::hasMore() const {
+bool CoapClient::hasMore(int withinMs) const {
     pollfd wait{fd_, POLLIN, 0};
-    return poll(&wait, 1, 0) == 1;
+    return poll(&wait, 1, withinMs) == 1;
 }
 
 } // namespace corvane::test

@@ -68,11 +68,14 @@ public:
     // Sends the request and answers the next datagram.
     Packet ask(const Packet &packet);
 
+    // The same where the proxy may have no room for the datagram: repeats it until something comes.
+    Packet askUntilAnswered(const Packet &packet);
+
     // Acknowledges a confirmable packet.
     void acknowledge(const Packet &packet);
 
-    // Whether a datagram waits to be received.
-    bool hasMore() const;
+    // Whether a datagram waits to be received, or comes within that time.
+    bool hasMore(int withinMs = 0) const;
 
 private:
     int fd_;

@@ -9,6 +9,7 @@
 #include <vector>
 
 using corvane::platform::HandlerWorker;
+using Taken = HandlerWorker::Taken;
 
 namespace {
 
@@ -22,14 +23,15 @@ TEST(HandlerWorker, RunsJobsOneAtATimeInTheOrderOfArrival) {
     std::atomic<int> running = 0;
     std::promise<void> done;
     for (int i = 0; i < 500; ++i)
-        ASSERT_TRUE(worker.submit({[&, i] {
-                                       EXPECT_EQ(++running, 1);
-                                       order.push_back(i);
-                                       --running;
-                                       if (i == 499)
-                                           done.set_value();
-                                   },
-                                   nothing}));
+        ASSERT_EQ(worker.submit({[&, i] {
+                                     EXPECT_EQ(++running, 1);
+                                     order.push_back(i);
+                                     --running;
+                                     if (i == 499)
+                                         done.set_value();
+                                 },
+                                 nothing}),
+                  Taken::Yes);
     worker.start();
     done.get_future().wait();
     ASSERT_EQ(order.size(), 500u);
@@ -39,9 +41,9 @@ TEST(HandlerWorker, RunsJobsOneAtATimeInTheOrderOfArrival) {
 
 TEST(HandlerWorker, TurnsAwayWhatDoesNotFit) {
     HandlerWorker worker(2);
-    EXPECT_TRUE(worker.submit({nothing, nothing}));
-    EXPECT_TRUE(worker.submit({nothing, nothing}));
-    EXPECT_FALSE(worker.submit({[] { FAIL(); }, [] { FAIL(); }}));
+    EXPECT_EQ(worker.submit({nothing, nothing}), Taken::Yes);
+    EXPECT_EQ(worker.submit({nothing, nothing}), Taken::Yes);
+    EXPECT_EQ(worker.submit({[] { FAIL(); }, [] { FAIL(); }}), Taken::NoRoom);
 }
 
 TEST(HandlerWorker, QuiescedWorkerHasFinishedItsJobAndDropsTheRest) {
@@ -51,33 +53,34 @@ TEST(HandlerWorker, QuiescedWorkerHasFinishedItsJobAndDropsTheRest) {
     std::promise<void> mayEnd;
     std::atomic<bool> isOver = false;
     std::atomic<int> dropped = 0;
-    ASSERT_TRUE(worker.submit({[&] {
-                                   began.set_value();
-                                   mayEnd.get_future().wait();
-                                   isOver = true;
-                               },
-                               nothing}));
+    ASSERT_EQ(worker.submit({[&] {
+                                 began.set_value();
+                                 mayEnd.get_future().wait();
+                                 isOver = true;
+                             },
+                             nothing}),
+              Taken::Yes);
     began.get_future().wait();
     for (int i = 0; i < 3; ++i)
-        ASSERT_TRUE(worker.submit({[] { FAIL(); }, [&] { ++dropped; }}));
+        ASSERT_EQ(worker.submit({[] { FAIL(); }, [&] { ++dropped; }}), Taken::Yes);
 
     auto quiesced = std::async(std::launch::async, [&] {
         worker.quiesce();
         return isOver.load();
     });
-    while (worker.submit({nothing, nothing}))
+    while (worker.submit({nothing, nothing}) == Taken::Yes)
         std::this_thread::yield(); // until quiesce() has begun
     mayEnd.set_value();
     EXPECT_TRUE(quiesced.get());
     EXPECT_GE(dropped, 3);
-    EXPECT_FALSE(worker.submit({[] { FAIL(); }, nothing}));
+    EXPECT_EQ(worker.submit({[] { FAIL(); }, nothing}), Taken::Quiesced);
     worker.quiesce();
 }
 
 TEST(HandlerWorker, StopsAlsoWhenItWasNeverStarted) {
     HandlerWorker worker(1);
     bool isDropped = false;
-    ASSERT_TRUE(worker.submit({[] { FAIL(); }, [&] { isDropped = true; }}));
+    ASSERT_EQ(worker.submit({[] { FAIL(); }, [&] { isDropped = true; }}), Taken::Yes);
     worker.stop();
     worker.stop();
     EXPECT_TRUE(isDropped);

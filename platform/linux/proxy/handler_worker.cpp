@@ -9,15 +9,17 @@ void HandlerWorker::start() {
     thread_ = std::thread([this] { work(); });
 }
 
-bool HandlerWorker::submit(Job job) {
+HandlerWorker::Taken HandlerWorker::submit(Job job) {
     {
         const std::lock_guard lock(mutex_);
-        if (isQuiesced_ || jobs_.size() >= capacity_)
-            return false;
+        if (isQuiesced_)
+            return Taken::Quiesced;
+        if (jobs_.size() >= capacity_)
+            return Taken::NoRoom;
         jobs_.push_back(std::move(job));
     }
     jobArrived_.notify_one();
-    return true;
+    return Taken::Yes;
 }
 
 void HandlerWorker::quiesce() {

@@ -27,9 +27,10 @@ public:
 
     void start();
 
-    // Queues a job, from any thread. Answers false, and calls neither function, when the queue is
-    // full or the worker is quiesced.
-    [[nodiscard]] bool submit(Job job);
+    enum class Taken { Yes, NoRoom, Quiesced };
+
+    // Queues a job, from any thread. When it is not taken neither function is called.
+    [[nodiscard]] Taken submit(Job job);
 
     // On return no job runs and none will. Waiting jobs are dropped on the calling thread, which
     // must not be the worker's own.

@@ -17,6 +17,7 @@ constexpr std::size_t kMaxWaitingRequests = 256;
 // With names up to this long the list of all resources fits one datagram.
 constexpr std::size_t kMaxNameSize = 24;
 constexpr std::chrono::seconds kRefusalLineInterval{10};
+constexpr const char *kStopping = "the service is stopping";
 
 bool isName(std::string_view name) {
     return !name.empty() && name.size() <= kMaxNameSize &&
@@ -126,9 +127,15 @@ std::optional<Response> Proxy::handleMessage(const Message &message, const Reply
     const auto run = [this, reply, request = std::get<Request>(std::move(read))]() mutable {
         reply(callHandler(handlers_, request));
     };
-    const auto drop = [reply] { reply(comeAgain("the service is stopping")); };
-    if (!worker_.submit({run, drop}))
-        return comeAgain("the service is stopping, or too many requests wait");
+    const auto drop = [reply] { reply(comeAgain(kStopping)); };
+    switch (worker_.submit({run, drop})) {
+    case HandlerWorker::Taken::Yes:
+        return std::nullopt;
+    case HandlerWorker::Taken::NoRoom:
+        return comeAgain("too many requests wait");
+    case HandlerWorker::Taken::Quiesced:
+        return comeAgain(kStopping);
+    }
     return std::nullopt;
 }
 
