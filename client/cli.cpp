@@ -111,9 +111,9 @@ CLI::App *addCommand(CLI::App &parent, const std::string &name, const std::strin
 
 void addGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_option("--url", line.url,
-                   "Where the service is: coap://host[:port][/name] or coaps://…\n"
-                   "(default $CORVANE_COAP_URL, else coap://127.0.0.1:5683; name\n"
-                   "KestProxyTest)")
+                   "Where the service is: coap[s]://host[:port][/name]\n"
+                   "(default $CORVANE_COAP_URL, else coap://127.0.0.1:5683;\n"
+                   "the name is KestProxyTest)")
         ->type_name("URL");
     app.add_option("--psk-file", line.pskFile, "Keys for coaps://, lines of identity:hex key")
         ->type_name("FILE");
@@ -239,7 +239,7 @@ void addDefrost(CLI::App &app, CommandLine &line) {
 
 void addSettings(CLI::App &app, CommandLine &line) {
     CLI::App *settings =
-        addCommand(app, "settings", "Read, write and watch the settings store of this machine",
+        addCommand(app, "settings", "Read, write and watch this machine's settings store",
                    "  corvanectl settings list\n"
                    "  corvanectl settings get db/corvane/dr/level\n"
                    "  corvanectl settings set memory/refrigerator/SmartGridDrLevel 2\n"
@@ -393,6 +393,10 @@ int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostre
         return misused(error.what());
     } catch (const CommandFailed &error) {
         err << "corvanectl: " << oneLine(error.what()) << "\n";
+        return 1;
+    } catch (const std::exception &error) {
+        err << "corvanectl: failed unexpectedly: " << oneLine(error.what())
+            << "; please report it with the command\n";
         return 1;
     }
 }

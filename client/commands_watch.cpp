@@ -56,12 +56,10 @@ private:
         // A service that stops withdraws its resources, and one that starts has none yet.
         if (!reply.isGood())
             throw Unreachable(sentenceFor(reply, resource, context_.endpoint));
-        if (state_ == State::Unknown)
-            say("begun", "watching", context_.endpoint.url());
-        if (state_ == State::Gone)
+        if (state_ == State::Gone) {
             say("back", "service", "answers again");
-        state_ = State::There;
-
+            state_ = State::There;
+        }
         const NotificationTrail::News news = trails_[resource].take(reply.object());
         if (news.restarted)
             sayRestarted(resource);
@@ -74,6 +72,11 @@ private:
             else
                 context_.out << notificationLine(resource, notification, context_.style)
                              << std::flush;
+        }
+        // Only now is everything that comes later sure to be told.
+        if (state_ == State::Unknown && trails_.size() == kResources.size()) {
+            say("begun", "watching", context_.endpoint.url());
+            state_ = State::There;
         }
     }
 

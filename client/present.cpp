@@ -322,6 +322,12 @@ int numberOf(const nlohmann::json &body, const char *name) {
                                         : -1;
 }
 
+/* A text member of what should be an object; empty when it is not there. */
+std::string textOf(const nlohmann::json &entry, const char *name) {
+    const bool there = entry.is_object() && entry.contains(name) && entry[name].is_string();
+    return there ? printable(entry[name].get<std::string>(), kColumns) : "";
+}
+
 std::string reservationNews(const nlohmann::json &body) {
     const int action = numberOf(body, "action");
     std::string text = action == 0 ? "created" : action == 2 ? "removed" : "changed";
@@ -329,8 +335,8 @@ std::string reservationNews(const nlohmann::json &body) {
     if (entries == body.end() || !entries->is_array())
         return text;
     for (const nlohmann::json &entry : *entries) {
-        text += " " + printable(entry.value("id", "?"), 4);
-        const std::string description = printable(entry.value("description", ""), 30);
+        text += " " + textOf(entry, "id");
+        const std::string description = textOf(entry, "description");
         if (!description.empty())
             text += " \"" + description + "\"";
     }
