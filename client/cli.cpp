@@ -112,8 +112,8 @@ CLI::App *addCommand(CLI::App &parent, const std::string &name, const std::strin
 void addGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_option("--url", line.url,
                    "Where the service is: coap[s]://host[:port][/name]\n"
-                   "(default $CORVANE_COAP_URL, else coap://127.0.0.1:5683;\n"
-                   "the name is KestProxyTest)")
+                   "(default $CORVANE_COAP_URL, else\n"
+                   "coap://127.0.0.1:5683/KestProxyTest)")
         ->type_name("URL");
     app.add_option("--psk-file", line.pskFile, "Keys for coaps://, lines of identity:hex key")
         ->type_name("FILE");
