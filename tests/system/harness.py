@@ -184,7 +184,7 @@ class Program:
                 return int(hours) * 3600 + int(minutes) * 60 + float(seconds)
         raise AssertionError(f"{self.name} has not logged: {text}")
 
-    def wait_for_output(self, text, count=1):
+    def wait_for_output(self, text, count=1, deadline_sec=DEADLINE_SEC):
         def happened():
             if self.output.count(text) >= count:
                 return True
@@ -192,7 +192,7 @@ class Program:
                 raise AssertionError(f"{self.name} ended without the output: {text}")
             return False
 
-        wait_for(f"{self.name} prints: {text}", happened)
+        wait_for(f"{self.name} prints: {text}", happened, deadline_sec)
 
     def is_alive(self):
         return self._process.poll() is None
@@ -287,7 +287,7 @@ class Instance:
         program, *arguments = command
         ours = os.path.join(os.environ["CORVANE_BIN"], program)
         path = ours if os.path.exists(ours) else program
-        name = " ".join([self.name, *command[:3]]).replace("/", ":")
+        name = " ".join([self.name, os.path.basename(program), *arguments[:2]]).replace("/", ":")
         return Program(name, [*before, path, *arguments], self.environment, self.folder)
 
     def start_service(self, before=()):

@@ -1,0 +1,50 @@
+"""./run as a newcomer starts it, beside another instance. It builds the release if that is old."""
+
+import os
+import signal
+
+from harness import Instance, SystemTest
+
+BUILD_DEADLINE_SEC = 780
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+
+
+class Demo(SystemTest):
+    """The demonstration by itself, and interrupted."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.other = Instance("other")
+        cls.other.connect_wifi(0)
+        cls.other.start_service().wait_for_output("wifi not connected")
+
+    @classmethod
+    def tearDownClass(cls):
+        assert cls.other.service.stop() == 0
+
+    def run_script(self, name, port, *arguments):
+        # The compiler's cache is kept in the home folder.
+        instance = Instance(name, f"127.0.0.1:{port}", HOME=os.environ.get("HOME", "/"))
+        return instance, instance.start_program(ROOT + "/run", *arguments)
+
+    def test_DemonstrationShowsEveryStepAndEndsWell(self):
+        instance, run = self.run_script("demo", 15683, "--demo")
+        self.assertEqual(run.wait(BUILD_DEADLINE_SEC), 0, run.output)
+        self.assertEqual(run.sanitizer_reports(), [])
+        steps = ["ordered", "commanded to the appliance", "confirmed by the appliance",
+                 "reported to the remote side", "ended", "back to normal"]
+        places = [run.output.index("✓ " + step) for step in steps]
+        self.assertEqual(places, sorted(places))
+        self.assertNotIn("✗", run.output)
+        self.assertIsNone(instance.event())
+        self.assertEqual(self.other.commands(), [])
+
+    def test_InterruptEndsTheOneThatStaysUp(self):
+        _, run = self.run_script("interrupted", 15684)
+        run.wait_for_output("The service stays up.", deadline_sec=BUILD_DEADLINE_SEC)
+        self.assertEqual(run.stop(signal.SIGINT), 130)
+
+    def test_WrongArgumentIsWrongUsage(self):
+        _, run = self.run_script("wrong", 15685, "--dmeo")
+        self.assertEqual(run.wait(), 2)
+        self.assertIn("'--dmeo'", run.log)
