@@ -228,9 +228,8 @@ TEST_F(ServiceLoopTest, TerminateThatHangsEndsTheProcessWithALineAndStatusOne) {
     service.terminate = [] { pause(); };
     const Outcome outcome = run();
     EXPECT_EQ(1, outcome.status);
-    EXPECT_EQ("prepare\ncreate\nquiesce\nterminate\nlog 6 stop: not done after 20 ms, ending the "
-              "process\n",
-              outcome.error);
+    EXPECT_THAT(outcome.error, HasSubstr("log 6 stop: not done after 20 ms, ending the process\n"));
+    EXPECT_THAT(outcome.error, Not(HasSubstr("close")));
 }
 
 TEST_F(ServiceLoopTest, HandlerThatHangsIsBoundedToo) {
