@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -30,7 +31,12 @@ namespace {
 using nlohmann::json;
 
 [[noreturn]] void fail(const std::string &what) {
-    throw std::runtime_error(what + ": " + std::strerror(errno));
+    throw std::runtime_error(what + ": " + std::generic_category().message(errno));
+}
+
+// Only while no other thread of the test runs.
+void setVariable(const char *name, const std::string &value) {
+    setenv(name, value.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
 }
 
 // A port that was free a moment ago.
@@ -52,7 +58,7 @@ class LinuxRig : public Rig {
 public:
     LinuxRig() : port_(findFreePort()) {
         const std::string listenOn = "127.0.0.1:" + std::to_string(port_);
-        setenv("CORVANE_COAP_LISTEN", listenOn.c_str(), 1);
+        setVariable("CORVANE_COAP_LISTEN", listenOn);
     }
 
     void writeInt(const std::string &key, int value, int times) override {
@@ -135,8 +141,8 @@ public:
             fail(name);
         }
         root_ = name;
-        setenv("CORVANE_STATE_DIR", (root_ + "/state").c_str(), 1);
-        setenv("CORVANE_RUNTIME_DIR", (root_ + "/runtime").c_str(), 1);
+        setVariable("CORVANE_STATE_DIR", root_ + "/state");
+        setVariable("CORVANE_RUNTIME_DIR", root_ + "/runtime");
     }
 
     void TearDown() override { std::filesystem::remove_all(root_); }
@@ -149,7 +155,7 @@ int writeSettings(const std::string &key, const std::string &type, const std::st
                   int times) {
     using namespace corvane::platform;
     const SettingValue setting =
-        type == "int" ? SettingValue(std::atoi(value.c_str())) : SettingValue(value);
+        type == "int" ? SettingValue(std::stoi(value)) : SettingValue(value);
     corvane::platform::Folders folders;
     SettingsStore store;
     Status status = findFolders(folders);
@@ -173,7 +179,7 @@ std::unique_ptr<Rig> makeRig() { return std::make_unique<LinuxRig>(); }
 
 int main(int argc, char **argv) {
     if (argc == 6 && std::strcmp(argv[1], "--write") == 0) {
-        return contract::writeSettings(argv[2], argv[3], argv[4], std::atoi(argv[5]));
+        return contract::writeSettings(argv[2], argv[3], argv[4], std::stoi(argv[5]));
     }
     testing::InitGoogleTest(&argc, argv);
     testing::AddGlobalTestEnvironment(new contract::Folders);

@@ -9,8 +9,6 @@
 #include <thread>
 
 #include <curl/curl.h>
-// The library wraps its variadic function into a macro that checks types.
-#undef curl_easy_setopt
 
 namespace {
 
@@ -20,6 +18,10 @@ int handlesOpen = 0;
 int creationsToFail = 0;
 int transfersToFail = 0;
 double transferSec = 0;
+
+// curl_easy_setopt under a name of our own, because its option is an enumeration, which C++ cannot
+// pass in front of variable arguments.
+extern "C" CURLcode setOption(CURL *handle, int option, ...) __asm__("curl_easy_setopt");
 
 fakes::metering::Post *toPost(CURL *handle) { return static_cast<fakes::metering::Post *>(handle); }
 
@@ -37,7 +39,7 @@ CURL *curl_easy_init() {
     return new fakes::metering::Post{};
 }
 
-CURLcode curl_easy_setopt(CURL *handle, CURLoption option, ...) {
+CURLcode setOption(CURL *handle, int option, ...) {
     va_list arguments;
     va_start(arguments, option);
     fakes::metering::Post *post = toPost(handle);
@@ -48,7 +50,7 @@ CURLcode curl_easy_setopt(CURL *handle, CURLoption option, ...) {
         post->method = va_arg(arguments, const char *);
         post->options.push_back("CUSTOMREQUEST=" + post->method);
     } else {
-        post->options.push_back("option " + std::to_string(static_cast<int>(option)));
+        post->options.push_back("option " + std::to_string(option));
     }
     va_end(arguments);
     return CURLE_OK;

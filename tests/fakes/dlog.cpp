@@ -30,7 +30,7 @@ Line takeApart(int buffer, int priority, const char *tag, const std::string &tex
     }
     line.file = text.substr(0, colon);
     line.function = text.substr(colon + 2, open - colon - 2);
-    line.line = std::atoi(text.c_str() + open + 1);
+    line.line = static_cast<int>(std::strtol(text.c_str() + open + 1, nullptr, 10));
     line.message = text.substr(arrow + 4);
     return line;
 }

@@ -237,8 +237,8 @@ namespace {
 constexpr int kUntouched = -99;
 
 void copyInto(char *member, std::size_t size, const std::string &text) {
-    std::memset(member, 0, size);
-    std::memcpy(member, text.data(), std::min(size, text.size()));
+    std::fill_n(member, size, '\0');
+    std::copy_n(text.data(), std::min(size, text.size()), member);
 }
 
 std::string joined(const std::vector<std::string> &parts) {
@@ -340,10 +340,10 @@ int delDefrostReservation(const char *id) {
 }
 
 Consumption getEnergyConsumption() {
+    // Exactly the room that is promised, on the heap, as above.
     std::vector<char> cumulative(512);
-    std::vector<char> monthly(512);
-    std::strcpy(cumulative.data(), "untouched");
-    std::strcpy(monthly.data(), "untouched");
+    copyInto(cumulative.data(), cumulative.size(), "untouched");
+    std::vector<char> monthly = cumulative;
     const int answer = request("GetEnergyConsumption()", &Handlers::getEnergyConsumption,
                                cumulative.data(), monthly.data());
     return {answer, cumulative.data(), monthly.data()};

@@ -23,6 +23,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -244,7 +245,7 @@ void mount() {
     const bool hasShm = access("/dev/shm", W_OK) == 0;
     std::string name = std::string(hasShm ? "/dev/shm" : "/tmp") + "/corvane-test-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
-        fail(name, std::strerror(errno));
+        fail(name, std::generic_category().message(errno));
     }
     const std::lock_guard lock(mutex);
     realFolder = name + "/";

@@ -65,7 +65,7 @@ void VirtualTest::TearDown() {
 }
 
 void VirtualTest::setZone(const std::string &zone) {
-    setenv("TZ", zone.c_str(), 1);
+    setenv("TZ", zone.c_str(), 1); // NOLINT(concurrency-mt-unsafe): nothing reads it meanwhile
     tzset();
 }
 
