@@ -20,7 +20,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <deque>
 #include <dlfcn.h>
 #include <linux/futex.h>
 #include <memory>
@@ -117,15 +116,16 @@ struct Thread {
     std::int64_t wakeNs = kNever; // when the wait ends by itself, on the clock below
     bool wakeOnSystemClock = false;
     bool timedOut = false; // how the last wait ended
-    bool joinedOrDetached = false;
+    bool isDetached = false;
 
     std::atomic<std::uint32_t> turn{0}; // 1: this thread may go on
 };
 
 struct Run {
     Options options;
-    cpu_set_t processorsBefore{};                // of the body, put back at the end
-    std::deque<std::unique_ptr<Thread>> threads; // [0] is the body
+    cpu_set_t processorsBefore{};                 // of the body, put back at the end
+    std::vector<std::unique_ptr<Thread>> threads; // [0] is the body; joined ones are gone
+    int threadsStarted = 0;
     Thread *current = nullptr;
     std::int64_t monotonicNs = 0; // since start, plus kBootNs for those who ask the clock
     std::int64_t systemOffsetNs = 0;
@@ -414,9 +414,9 @@ void *threadMain(void *argument) {
     return thread->function(thread->argument);
 }
 
-Thread *findUnended(pthread_t handle) {
+Thread *findJoinable(pthread_t handle) {
     for (const auto &thread : theRun->threads) {
-        if (!thread->joinedOrDetached && thread->number != 0 &&
+        if (!thread->isDetached && thread->number != 0 &&
             pthread_equal(thread->handle, handle) != 0) {
             return thread.get();
         }
@@ -501,7 +501,7 @@ Summary finish() {
     Summary summary = theRun->summary;
     summary.elapsedMs = elapsedMs();
     for (const auto &thread : theRun->threads) {
-        const bool gone = thread->state == State::Ended && thread->joinedOrDetached;
+        const bool gone = thread->state == State::Ended && thread->isDetached;
         if (thread->number != 0 && !gone) {
             summary.leakedThreads.push_back(describe(*thread));
         }
@@ -669,7 +669,7 @@ int pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*
         return real::pthread_create.get()(handle, attributes, function, argument);
     }
     auto thread = std::make_unique<Thread>();
-    thread->number = static_cast<int>(theRun->threads.size());
+    thread->number = theRun->threadsStarted + 1;
     thread->startedBy = self->number;
     thread->startedNs = theRun->monotonicNs;
     thread->function = function;
@@ -678,27 +678,29 @@ int pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*
         real::pthread_create.get()(&thread->handle, attributes, threadMain, thread.get());
     if (result == 0) {
         *handle = thread->handle;
+        ++theRun->threadsStarted;
         theRun->threads.push_back(std::move(thread));
     }
     return result;
 }
 
 int pthread_join(pthread_t handle, void **result) {
-    Thread *thread = self == nullptr ? nullptr : findUnended(handle);
+    Thread *thread = self == nullptr ? nullptr : findJoinable(handle);
     if (thread == nullptr) {
         return real::pthread_join.get()(handle, result);
     }
     while (thread->state != State::Ended) {
         wait(WaitsFor::ThreadEnd, thread);
     }
-    thread->joinedOrDetached = true;
-    return real::pthread_join.get()(handle, result);
+    const int joined = real::pthread_join.get()(handle, result);
+    std::erase_if(theRun->threads, [thread](const auto &other) { return other.get() == thread; });
+    return joined;
 }
 
 int pthread_detach(pthread_t handle) noexcept {
-    Thread *thread = self == nullptr ? nullptr : findUnended(handle);
+    Thread *thread = self == nullptr ? nullptr : findJoinable(handle);
     if (thread != nullptr) {
-        thread->joinedOrDetached = true;
+        thread->isDetached = true;
     }
     return real::pthread_detach.get()(handle);
 }

@@ -384,6 +384,16 @@ TEST(VirtualTime, JoinHandsOverWhatTheThreadLeftWith) {
     });
 }
 
+TEST(VirtualTime, ManyThreadsMayComeAndGoInOneRun) {
+    const virtualtime::Summary summary = run([] {
+        for (int i = 0; i < 2000; ++i) {
+            std::thread([] { std::this_thread::sleep_for(1s); }).join();
+        }
+    });
+    EXPECT_EQ(summary.elapsedMs, 2'000'000);
+    EXPECT_TRUE(summary.leakedThreads.empty());
+}
+
 TEST(VirtualTime, DetachedThreadThatHasEndedIsNotLeaked) {
     const virtualtime::Summary summary = run([] {
         std::thread([] { std::this_thread::sleep_for(1s); }).detach();
