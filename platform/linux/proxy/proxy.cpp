@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <utility>
 
 namespace corvane::platform {
@@ -46,7 +47,7 @@ std::string Proxy::prepare(const std::string &listenOn, const std::string &keyFi
     if (!keyFile.empty()) {
         auto read = readPskFile(keyFile);
         if (const auto *error = std::get_if<PskError>(&read))
-            return "remote proxy: cannot use the key file " + inQuotes(keyFile) + ": " +
+            return "remote proxy: cannot use the key file " + inQuotes(keyFile, PATH_MAX) + ": " +
                    error->text + "; mend it or set CORVANE_COAP_PSK_FILE to another";
         keys = std::get<PskKeys>(std::move(read));
     }

@@ -10,8 +10,6 @@ namespace corvane::platform {
 
 namespace {
 
-constexpr std::size_t kShownCharacters = 40;
-
 struct Sequence {
     std::size_t length;
     char32_t leadBits;
@@ -73,11 +71,11 @@ bool isPrintable(char32_t character) {
     return !isControl && !endsLine && !turnsDirection && !isNoCharacter;
 }
 
-std::string escaped(std::string_view text) {
+std::string escaped(std::string_view text, std::size_t limit) {
     std::string shown;
     std::size_t position = 0;
     for (std::size_t count = 0; position < text.size(); ++count) {
-        if (count == kShownCharacters)
+        if (count == limit)
             return shown + "...";
         const std::size_t start = position;
         const auto character = nextCharacter(text, position);
@@ -93,7 +91,9 @@ std::string escaped(std::string_view text) {
     return shown;
 }
 
-std::string inQuotes(std::string_view text) { return '"' + escaped(text) + '"'; }
+std::string inQuotes(std::string_view text, std::size_t limit) {
+    return '"' + escaped(text, limit) + '"';
+}
 
 std::string cleaned(std::string_view text) {
     std::string clean;

@@ -18,12 +18,15 @@ std::optional<char32_t> nextCharacter(std::string_view text, std::size_t &positi
 // Whether a character can be shown in a line without changing the line's order or end.
 bool isPrintable(char32_t character);
 
-// The text with escapes for what is not printable, for quotes and for backslashes, cut after 40
+// So much of a value from the network is shown: enough to know it again.
+inline constexpr std::size_t kShownCharacters = 40;
+
+// The text with escapes for what is not printable, for quotes and for backslashes, cut after limit
 // characters with "..." in place of the rest.
-std::string escaped(std::string_view text);
+std::string escaped(std::string_view text, std::size_t limit = kShownCharacters);
 
 // The same between double quotes.
-std::string inQuotes(std::string_view text);
+std::string inQuotes(std::string_view text, std::size_t limit = kShownCharacters);
 
 // The text without what could break an answer: each byte that is not well-formed UTF-8 and each
 // character that is not printable becomes one '?'. Never longer than the text.
