@@ -21,7 +21,7 @@ std::condition_variable changed;
 std::multimap<Clock::time_point, std::function<void()>> due; // guarded by mutex, as is the rest
 bool isRunning = false;
 bool stopAsked = false;
-bool silenced = false; // from the stop on
+bool silenced = false; // between the end of one loop and the begin of another
 int appControls = 0;
 
 // Runs whatever is due until a stop is asked for.
@@ -47,6 +47,7 @@ void runUntilStop(const service_app_lifecycle_callback_s &callbacks, void *userD
         }
     }
     isRunning = false;
+    stopAsked = false;
     silenced = true;
     due.clear();
 }
@@ -54,6 +55,10 @@ void runUntilStop(const service_app_lifecycle_callback_s &callbacks, void *userD
 } // namespace
 
 int service_app_main(int, char **, service_app_lifecycle_callback_s *callback, void *user_data) {
+    {
+        const std::lock_guard lock(mutex);
+        silenced = false;
+    }
     fakes::internal::record(fakes::Kind::Loop, "create");
     if (!callback->create(user_data)) {
         return 1;

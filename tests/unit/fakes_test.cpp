@@ -296,6 +296,28 @@ TEST_F(FakesTest, RequestsAfterTheSilenceAreRefusedAndThoseWaitingToo) {
     EXPECT_EQ(handled, 1);
 }
 
+// ---- Loop ----
+
+TEST_F(FakesTest, LoopMayRunAgainAndHearsNothingOfTheTimeBetween) {
+    static int heard;
+    heard = 0;
+    vconf_notify_key_changed(
+        "db/key", [](keynode_t *, void *) { ++heard; }, nullptr);
+    fakes::settings::set("db/key", 1); // waits for the first loop
+    startLoop();
+    virtualtime::settle();
+    EXPECT_EQ(heard, 1);
+    EXPECT_EQ(stopLoop(), 0);
+    fakes::settings::set("db/key", 2);
+    startLoop();
+    virtualtime::settle();
+    EXPECT_EQ(heard, 1);
+    fakes::settings::set("db/key", 3);
+    virtualtime::settle();
+    EXPECT_EQ(heard, 2);
+    EXPECT_TRUE(fakes::loop::running());
+}
+
 // ---- SQLite ----
 
 class StorageTest : public fakes::VirtualTest {
