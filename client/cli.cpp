@@ -192,7 +192,7 @@ void addDefrost(CLI::App &app, CommandLine &line) {
         ->callback([&line] { line.action = listReservations; });
 
     CLI::App *add =
-        addCommand(*defrost, "add", "Add a reservation: a season, and a window every day of it",
+        addCommand(*defrost, "add", "Add a reservation: a season and its daily window",
                    "  corvanectl defrost add --start-date 06-01 --end-date 08-31 --at 17:00 \\\n"
                    "      --for 02:00:00 --description \"Evening peak\"\n\n"
                    "Days and times are local time of the appliance. A season may run over the\n"
