@@ -115,6 +115,7 @@ TEST_F(DatabaseTest, StatementAfterAFailedOpenFailsTenTimesAndIsLoggedThoughSqli
     int logged = 0;
     for (const std::string &message : log::messages()) {
         logged += message.starts_with("SQL error: ") ? 1 : 0;
+        EXPECT_EQ(message.find("(null)"), std::string::npos);
     }
     EXPECT_EQ(logged, 10);
 }

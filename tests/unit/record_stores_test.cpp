@@ -496,6 +496,17 @@ TEST_F(ReservationStoreTest, OrderedReadingOfAnEmptyTableAppendsNothing) {
     EXPECT_THAT(records, ElementsAre(remote));
 }
 
+TEST_F(ReservationStoreTest, OpenAnswersTheLastCode) {
+    DefrostDB store;
+    store.close();
+    {
+        const NoMemory noMemory;
+        EXPECT_EQ(store.open(), SQLITE_NOMEM);
+    }
+    EXPECT_EQ(store.open(), 0);
+    EXPECT_EQ(store.open(), 0);
+}
+
 TEST_F(ReservationStoreTest, OperationsAfterAFailedOpenFailInTheLayerBelow) {
     storage::failOpens(1);
     DefrostDB store;

@@ -879,8 +879,9 @@ protected:
     // Runs first with the file held by another process for a second, and second 100 ms later;
     // answers how long that took, in milliseconds.
     template <class First, class Second>
-    std::int64_t timeBehind(First first, Second second) {
-        auto lock = std::make_unique<storage::Lock>(kFile, storage::Lock::Kind::Exclusive);
+    std::int64_t timeBehind(First first, Second second,
+                            storage::Lock::Kind kind = storage::Lock::Kind::Exclusive) {
+        auto lock = std::make_unique<storage::Lock>(kFile, kind);
         std::thread holder(first);
         std::int64_t duration = 0;
         std::thread waiter([&second, &duration] {
@@ -930,16 +931,33 @@ TEST_F(ReportMutexTest, EveryUseOfTheTableHoldsTheMutex) {
     }
 }
 
-TEST_F(ReportMutexTest, DeferredStoreHoldsTheMutex) {
+TEST_F(ReportMutexTest, DeferredStoreHoldsTheMutexWhileItChecksAndWhileItAdds) {
     makeSettledReport("2026-05-01T10:00:00");
-    runCycle(10000);
-    advance(0.95); // the task wakes up in 50 to 100 ms
-    EXPECT_GE(timeBehind([] {},
-                         [this] {
-                             virtualtime::sleepMs(50);
-                             (void)report->getKestEnergy();
-                         }),
-              800);
+    // Behind a reader the check goes through, only the sum has to wait.
+    for (const auto kind : {storage::Lock::Kind::Exclusive, storage::Lock::Kind::Shared}) {
+        runCycle(10000);
+        advance(0.95); // the task wakes up in 50 to 100 ms
+        const auto ask = [this] {
+            virtualtime::sleepMs(50);
+            (void)report->getKestEnergy();
+        };
+        EXPECT_GE(timeBehind([] {}, ask, kind), 800);
+        advance(5);
+    }
+}
+
+TEST_F(ReportMutexTest, CycleTakesTheDisplaysShareUnderTheMutex) {
+    makeSettledReport();
+    const storage::Lock lock(kFile, storage::Lock::Kind::Exclusive);
+    std::thread holder([this] { report->checkRecord("2026050109"); });
+    advance(0.1);
+    std::thread cycle([this] { runCycle(13); });
+    advance(0.5);
+    EXPECT_TRUE(log::has("REPORT] Micom energy Wh: 13"));
+    EXPECT_FALSE(log::has("REPORT] Remain LCD energy RAW: 0"));
+    holder.join();
+    cycle.join();
+    EXPECT_TRUE(log::has("REPORT] Remain LCD energy RAW: 0"));
 }
 
 TEST_F(ReportMutexTest, DeferredDeletionHoldsTheMutex) {
