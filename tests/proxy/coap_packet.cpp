@@ -15,7 +15,7 @@ namespace corvane::test {
 
 namespace {
 
-constexpr int kPatienceMs = 10'000;
+constexpr int kPatienceMs = 60'000;
 constexpr int kRepeatMs = 200;
 
 [[noreturn]] void giveUp(const char *what) {

@@ -62,7 +62,7 @@ public:
     void send(const Packet &packet) { sendBytes(encodePacket(packet)); }
 
     // The next datagram, whatever it is. Ends the test program with a message when none comes
-    // within ten seconds.
+    // within a minute.
     Packet receive();
 
     // Sends the request and answers the next datagram.
