@@ -431,6 +431,17 @@ TEST_F(DrRunner, EndIsReportedOnceAndResetsEverything) {
     EXPECT_EQ(alone().getSchedule().drlcLevel, "");
 }
 
+TEST_F(DrRunner, EventWhoseEndIsThisVeryMomentIsNeitherStartedNorOver) {
+    storeEvent("3", "01:00:00", "2026-05-01T09:03:00");
+    startAt("2026-05-01T10:03:00");
+    advance(0);
+    EXPECT_THAT(micomCommands(), ElementsAre("SET_SMARTGRID_LEVEL_NORMAL"));
+    EXPECT_EQ(alone().getSendLevel(), 0);
+    EXPECT_EQ(storedEvents().size(), 1U);
+    advance(1);
+    EXPECT_THAT(storedEvents(), IsEmpty());
+}
+
 TEST_F(DrRunner, EventThatEndedWhileTheServiceWasAwayIsOverOnTheFirstPass) {
     setKeys(3, 0);
     storeEvent("3", "01:00:00", "2026-04-30T10:00:00");
