@@ -855,7 +855,8 @@ TEST_F(ReportTest, WholeCycleFromTheMicomToTheStoredHour) {
     publishEnergy(0, 0, 117, 48); // 30000
     advance(2.3);
     EXPECT_THAT(hours(), ElementsAre("2026050110 3"));
-    EXPECT_EQ(metering::posts().back().url, kUrl + "300.00&duration=60");
+    ASSERT_EQ(metering::posts().size(), 1U);
+    EXPECT_EQ(metering::posts()[0].url, kUrl + "300.00&duration=60");
 }
 
 TEST_F(ReportTest, StoreThatFailsIsNotRepeated) {
