@@ -280,6 +280,19 @@ void DefrostDelay::_logMatch(const scheduleRecord &reservation, const tm &now) {
     LOG(DLOG_DEBUG, "Defrost] Current LocalTime : %s", toAsctime(now).c_str());
 }
 
+namespace {
+
+void logWindow(const tm &now, bool inside, TimePoint windowEnd) {
+    LOG(DLOG_DEBUG, "Defrost] Current LocalTime : %s", toAsctime(now).c_str());
+    if (inside) {
+        LOG(DLOG_DEBUG, "Defrost] Active Time Until %s", toLocalText(windowEnd).c_str());
+    } else {
+        LOG(DLOG_DEBUG, "Defrost] Not Active Time");
+    }
+}
+
+} // namespace
+
 /*
  * Today's window decides. One that runs past midnight ends there: after midnight the new day's
  * window has not begun yet, which is meant.
@@ -298,21 +311,13 @@ void DefrostDelay::_updateActive(const scheduleRecord &reservation, TimePoint no
         return;
     }
     const bool inside = windowStart <= now && now < windowEnd;
-    const auto logWindow = [&] {
-        LOG(DLOG_DEBUG, "Defrost] Current LocalTime : %s", toAsctime(local).c_str());
-        if (inside) {
-            LOG(DLOG_DEBUG, "Defrost] Active Time Until %s", toLocalText(windowEnd).c_str());
-        } else {
-            LOG(DLOG_DEBUG, "Defrost] Not Active Time");
-        }
-    };
     const int wanted = inside ? 1 : 0;
     if (isActive != wanted) {
-        logWindow();
+        logWindow(local, inside, windowEnd);
         setActive(wanted);
     }
     if (periodicLog) {
-        logWindow();
+        logWindow(local, inside, windowEnd);
     }
 }
 
