@@ -15,8 +15,7 @@ class Demo(SystemTest):
     @classmethod
     def setUpClass(cls):
         cls.other = Instance("other")
-        cls.other.connect_wifi(0)
-        cls.other.start_service().wait_for_output("wifi not connected")
+        cls.other.start()
 
     @classmethod
     def tearDownClass(cls):
@@ -28,6 +27,7 @@ class Demo(SystemTest):
         return instance, instance.start_program(ROOT + "/run", *arguments)
 
     def test_DemonstrationShowsEveryStepAndEndsWell(self):
+        mark = self.other.command_count()
         instance, run = self.run_script("demo", 15683, "--demo")
         self.assertEqual(run.wait(BUILD_DEADLINE_SEC), 0, run.output)
         self.assertEqual(run.sanitizer_reports(), [])
@@ -37,12 +37,19 @@ class Demo(SystemTest):
         self.assertEqual(places, sorted(places))
         self.assertNotIn("✗", run.output)
         self.assertIsNone(instance.event())
-        self.assertEqual(self.other.commands(), [])
+        self.assertNotIn("SET_SMARTGRID_LEVEL3", self.other.commands(mark))
 
     def test_InterruptEndsTheOneThatStaysUp(self):
         _, run = self.run_script("interrupted", 15684)
         run.wait_for_output("The service stays up.", deadline_sec=BUILD_DEADLINE_SEC)
         self.assertEqual(run.stop(signal.SIGINT), 130)
+
+    def test_PortOfAnotherInstanceIsTold(self):
+        _, run = self.run_script("late", 5683, "--demo")
+        self.assertEqual(run.wait(BUILD_DEADLINE_SEC), 1)
+        self.assertIn("127.0.0.1:5683", run.log)
+        self.assertIn("CORVANE_COAP_LISTEN", run.log)
+        self.assertNotIn("ordered", run.output)
 
     def test_WrongArgumentIsWrongUsage(self):
         _, run = self.run_script("wrong", 15685, "--dmeo")
