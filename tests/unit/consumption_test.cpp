@@ -277,23 +277,6 @@ TEST_F(ConsumptionTest, QueryWithoutAControllerIsRefusedAndLeavesTheAnswerAlone)
 
 // ---- Beside the other threads ----
 
-TEST_F(ConsumptionTest, RemainderIsTakenBeforeTheMonthsAreRead) {
-    carry(1200);
-    auto lock = std::make_unique<storage::Lock>(kFile, storage::Lock::Kind::Exclusive);
-    std::thread later([] {
-        virtualtime::sleepMs(100);
-        carry(9900); // waits for the month that is being read
-    });
-    std::thread release([&lock] {
-        virtualtime::sleepMs(500);
-        lock.reset();
-    });
-    EXPECT_EQ(ask().cumulative, "0.12");
-    later.join();
-    release.join();
-    EXPECT_EQ(ask().cumulative, "0.99");
-}
-
 TEST_F(ConsumptionTest, QueryBesideAMeteringCycleAnswersWithWhatIsStored) {
     storeHours({{"2026050100", "1500"}, {"2026052012", "1720"}});
     virtualtime::setClock("2026-05-20T12:00:00");
