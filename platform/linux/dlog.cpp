@@ -55,6 +55,7 @@ void setPlace(LogLine &line, const char *format, va_list arguments) {
         return;
     va_list copy;
     va_copy(copy, arguments);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers have started the list
     line.codeFile = va_arg(copy, const char *);
     line.codeFunction = va_arg(copy, const char *);
     line.codeLine = va_arg(copy, int);
@@ -68,6 +69,7 @@ __attribute__((format(printf, 2, 0))) bool formatMessage(std::string &message, c
     for (;;) {
         va_list copy;
         va_copy(copy, arguments);
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the callers have started the list
         const int size = std::vsnprintf(message.data(), message.size(), format, copy);
         va_end(copy);
         if (size < 0)

@@ -104,7 +104,9 @@ Status findFolders(const Environment &environment, uid_t user, Folders &folders)
 }
 
 Status findFolders(Folders &folders) {
-    return findFolders([](const char *name) { return std::getenv(name); }, geteuid(), folders);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment beside other threads
+    const auto lookUp = [](const char *name) { return std::getenv(name); };
+    return findFolders(lookUp, geteuid(), folders);
 }
 
 Status makeFolder(const std::string &path) {

@@ -20,6 +20,7 @@ namespace {
 constexpr std::chrono::seconds kStopBound(10);
 
 /* What concerns the whole process and must be done while it has one thread. */
+// NOLINTBEGIN(concurrency-mt-unsafe): it has one thread
 void setUpProcess() {
     // A pipe behind standard output sees each line as it comes, and may go away.
     (void)std::fflush(stdout);
@@ -36,6 +37,7 @@ void setUpProcess() {
     (void)mallopt(M_TRIM_THRESHOLD, 32 * 1024);
     (void)mallopt(M_TOP_PAD, 16 * 1024);
 }
+// NOLINTEND(concurrency-mt-unsafe)
 
 } // namespace
 

@@ -148,6 +148,7 @@ bool forEachName(const std::string &path, Use use) {
     if (folder == nullptr)
         return false;
     errno = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own
     while (const dirent *entry = readdir(folder)) {
         use(entry->d_name);
         errno = 0;

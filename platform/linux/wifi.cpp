@@ -59,11 +59,10 @@ int wifi_activate(wifi_activated_cb callback, void *user_data) {
         return WIFI_ERROR_OPERATION_FAILED;
     int value = 0;
     const Status status = Settings::instance().readInt(kActivatedKey, value);
-    wifi_error_e result = WIFI_ERROR_OPERATION_FAILED;
-    if (status.ok() && Settings::instance().write(kActivatedKey, 1).ok())
-        result = WIFI_ERROR_NONE;
-    else if (status.code == ENOENT && anyLinkUp()) // no radio to switch: a link has to be there
-        result = WIFI_ERROR_NONE;
+    // Without the key there is no radio to switch: a link has to be there.
+    const bool on = status.ok() ? Settings::instance().write(kActivatedKey, 1).ok()
+                                : status.code == ENOENT && anyLinkUp();
+    const wifi_error_e result = on ? WIFI_ERROR_NONE : WIFI_ERROR_OPERATION_FAILED;
     MainQueue::instance().post([callback, user_data, result] { callback(result, user_data); });
     return WIFI_ERROR_NONE;
 }
