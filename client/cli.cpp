@@ -316,6 +316,7 @@ std::unique_ptr<CLI::App> makeApp(CommandLine &line) {
 std::string urlOf(const CommandLine &line) {
     if (!line.url.empty())
         return line.url;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
     const char *variable = std::getenv("CORVANE_COAP_URL");
     return variable != nullptr && *variable != '\0' ? variable : kDefaultUrl;
 }

@@ -71,6 +71,18 @@ Piece<EventReport> eventByBlock(const Piece<int> &block) {
     return {EventReport{*block.value == 1, {}}, {}, std::string("its times are ") + kOnlyLocal};
 }
 
+/* Takes the event from the service's table, unless the block tells that it is another service's. */
+void addDetails(const Piece<EventReport> &stored, StatusReport &report) {
+    if (!stored.value) {
+        if (!report.event.value || report.event.value->stored)
+            report.event.missing = report.event.note = stored.missing;
+    } else if (report.block.value && stored.value->stored != (*report.block.value == 1)) {
+        report.event.note = "the files tell otherwise: is CORVANE_STATE_DIR this service's?";
+    } else {
+        report.event = stored;
+    }
+}
+
 StatusReport collectStatus(const Context &context) {
     CoapClient client = context.connect();
     const auto override = tryToAsk(client, "GetDRLCOverride");
@@ -101,10 +113,7 @@ StatusReport collectStatus(const Context &context) {
         fallBackTo(local, "db/corvane/dr/level", report.level);
         fallBackTo(local, "db/corvane/dr/override", report.override);
         report.defrostActive = local.integer("db/corvane/defrost/activate");
-        if (const Piece<EventReport> stored = local.event(); stored.value)
-            report.event = stored;
-        else if (!report.event.value || report.event.value->stored)
-            report.event.note = report.event.missing = stored.missing;
+        addDetails(local.event(), report);
     }
     report.now = std::time(nullptr);
     return report;

@@ -41,9 +41,9 @@ std::string labelled(const std::string &label, const std::string &value) {
     return "  " + padded(label, kLabelColumns) + value + "\n";
 }
 
-/* Why a value is not known, folded between words into the columns beside the label. */
-std::string unknown(const std::string &label, const std::string &reason, const Style &style) {
-    std::istringstream words("unknown (" + printable(reason, 5 * kColumns) + ")");
+/* A remark of any length, folded between words into the columns beside the label. */
+std::string remark(const std::string &label, const std::string &text, const Style &style) {
+    std::istringstream words(printable(text, 5 * kColumns));
     std::string lines;
     std::string line;
     const auto flush = [&] {
@@ -58,6 +58,10 @@ std::string unknown(const std::string &label, const std::string &reason, const S
     }
     flush();
     return lines;
+}
+
+std::string unknown(const std::string &label, const std::string &reason, const Style &style) {
+    return remark(label, "unknown (" + reason + ")", style);
 }
 
 /* The value, or the reason why there is none. */
@@ -191,10 +195,9 @@ Json eventJson(const StoredEvent &event, std::time_t now) {
 std::string eventLines(const Piece<EventReport> &piece, std::time_t now, const Style &style) {
     if (!piece.value)
         return unknown("event", piece.missing, style);
-    if (!piece.value->stored)
-        return labelled("event", "none");
     if (!piece.value->details)
-        return labelled("event", style.notable("one is stored") + style.dim("  " + piece.note));
+        return labelled("event", piece.value->stored ? style.notable("one is stored") : "none") +
+               (piece.note.empty() ? "" : remark("", piece.note, style));
     const StoredEvent &event = *piece.value->details;
     const std::string progress =
         "level " + std::to_string(event.level) + ", " + progressText(event.time, now);

@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <sstream>
 
+#include <sqlite3.h>
+
 namespace corvane::client {
 namespace {
 
@@ -178,6 +180,28 @@ TEST_F(Commands, StatusReadsWhatOnlyTheFilesTell) {
     EXPECT_EQ(printed()["level"], 3);
     EXPECT_THAT(printed()["notes"]["level"].get<std::string>(), HasSubstr("as last stored"));
     EXPECT_TRUE(printed()["override"].is_null());
+}
+
+TEST_F(Commands, EventOfAnotherServicesFilesIsNotShown) {
+    answerAll();
+    ASSERT_EQ(corvanectl({"settings", "set", "db/corvane/defrost/activate", "0"}), 0);
+    std::filesystem::create_directories(folder_ + "/state/db");
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open((folder_ + "/state/db/corvane.db").c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database,
+                           "CREATE TABLE dr_usage_table(rowid INTEGER PRIMARY KEY, drlcLevel,"
+                           " duration, drlcStartTime);"
+                           "INSERT INTO dr_usage_table VALUES(0, 3, '01:00:00',"
+                           " '2026-03-15T14:00:00')",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(database);
+    ASSERT_EQ(corvanectl({"status", "--json"}), 0);
+    EXPECT_EQ(printed()["event"]["level"], 3);
+    service_.answer("GetDefrostBlock", {205, R"({"result":1,"block":0})"});
+    ASSERT_EQ(corvanectl({"status", "--json"}), 0);
+    EXPECT_EQ(printed()["event"].dump(), R"({"stored":false})");
+    EXPECT_THAT(printed()["notes"]["event"].get<std::string>(), HasSubstr("CORVANE_STATE_DIR"));
 }
 
 TEST_F(Commands, StatusShowsWhatIsThereWhileTheServiceStarts) {

@@ -95,11 +95,12 @@ TEST_F(Present, EventWithoutDetailsIsOnlyKnownToBeStored) {
     StatusReport report = full();
     report.event.value = EventReport{true, {}};
     report.event.note = "its times are elsewhere";
-    EXPECT_THAT(statusScreen(report, kPlain),
-                HasSubstr("event         one is stored  its times are elsewhere\n"));
+    EXPECT_THAT(
+        statusScreen(report, kPlain),
+        HasSubstr("event         one is stored\n                its times are elsewhere\n"));
     EXPECT_EQ(statusJson(report)["event"].dump(), R"({"stored":true})");
-    report.event.value = EventReport{};
-    EXPECT_THAT(statusScreen(report, kPlain), HasSubstr("event         none\n"));
+    report.event = {EventReport{}, "", ""};
+    EXPECT_THAT(statusScreen(report, kPlain), HasSubstr("event         none\n\n"));
     EXPECT_EQ(statusJson(report)["event"].dump(), R"({"stored":false})");
 }
 
