@@ -11,10 +11,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <ocf_proxy.h>
 #include <string>
 #include <sys/stat.h>
+#include <vector>
 
 using namespace corvane::platform;
 using namespace corvane::test;
@@ -299,5 +301,20 @@ TEST_F(OcfProxy, WithKeysOnlyThoseWhoHaveOneGetIn) {
         EXPECT_EQ(readBlock("coaps", options).find("result"), std::string::npos) << options;
     EXPECT_EQ(readBlock("coap", "").find("result"), std::string::npos);
     EXPECT_NE(readBlock("coaps", "-u controller -k 0123456789abcdef").find(answer),
+              std::string::npos);
+}
+
+TEST_F(OcfProxy, HandshakesThatAreBegunAndLeftKeepNoOneOut) {
+    useKeys();
+    serve();
+    ASSERT_EQ(KestRegisterGetDefrostBlockFunc(answerBlock), 0);
+    // The head of a record that begins a handshake, without what must follow.
+    const std::string hello("\x16\xfe\xff\0\0\0\0\0\0\0\0\0\x10\x01\0\0\x04\0\0\0\0\0\0\0\x04", 25);
+    std::vector<std::unique_ptr<CoapClient>> peers;
+    for (int i = 0; i < 500; ++i) {
+        peers.push_back(std::make_unique<CoapClient>(port));
+        peers.back()->sendBytes(hello);
+    }
+    EXPECT_NE(readBlock("coaps", "-u controller -k 0123456789abcdef").find("\"block\":1"),
               std::string::npos);
 }

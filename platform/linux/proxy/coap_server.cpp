@@ -22,7 +22,9 @@ namespace {
 
 // Beside this many sessions of peers that are silent and watch nothing the oldest is forgotten.
 constexpr unsigned kMaxIdleSessions = 100;
-constexpr unsigned kMaxHandshakes = 100;
+// A peer that begins a handshake and goes away counts for half a minute; new ones must find room
+// beside many of those.
+constexpr unsigned kMaxHandshakes = 1000;
 constexpr std::size_t kRememberedExchanges = 8192;
 constexpr std::size_t kMaxWatches = 4096;
 constexpr unsigned kMaxWaitMs = 3'600'000;
@@ -192,6 +194,7 @@ std::string CoapServer::open(const ListenAddress &address, PskKeys keys) {
 
 void CoapServer::start() {
     thread_ = std::thread([this] { run(); });
+    pthread_setname_np(thread_.native_handle(), "proxy-coap");
 }
 
 void CoapServer::stop() {

@@ -7,6 +7,7 @@ namespace corvane::platform {
 
 void HandlerWorker::start() {
     thread_ = std::thread([this] { work(); });
+    pthread_setname_np(thread_.native_handle(), "proxy-handler");
 }
 
 HandlerWorker::Taken HandlerWorker::submit(Job job) {
