@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import signal
 import sqlite3
 import time
 
@@ -18,7 +19,7 @@ def month_key(month, back):
 
 
 class Energy(SystemTest):
-    """One service with a history, and a metering service that listens, refuses or hangs."""
+    """One service with a history and two without, beside a metering service."""
 
     @classmethod
     def setUpClass(cls):
@@ -31,12 +32,23 @@ class Energy(SystemTest):
             database.execute(TABLE)
             database.executemany("INSERT INTO power_usage_table VALUES (?, ?, ?)", cls.history)
             database.commit()
-        cls.corvane.start()
-        cls.corvane.service.wait_for_output("REPORT] insert date")
+        cls.proxied = Instance("proxied", "127.0.0.1:5690", http_proxy="http://127.0.0.1:9",
+                               all_proxy="http://127.0.0.1:9")
+        cls.display = Instance("display", "127.0.0.1:5691")
+        cls.display.write("memory/board/power", 4000)
+        cls.all = (cls.corvane, cls.proxied, cls.display)
+        for corvane in cls.all:
+            corvane.connect_wifi()
+            corvane.start_service()
+        for corvane in cls.all:
+            corvane.wait_until_launched()
+            corvane.service.wait_for_output("REPORT] insert date")
 
     @classmethod
     def tearDownClass(cls):
-        assert cls.corvane.service.stop() == 0
+        for corvane in cls.all:
+            corvane.service.send(signal.SIGTERM)
+        assert [corvane.service.wait() for corvane in cls.all] == [0, 0, 0]
 
     def rows(self):
         return self.corvane.rows("power_usage_table", "usage.db")
@@ -66,24 +78,15 @@ class Energy(SystemTest):
         self.assertTrue(set(younger) <= set(self.rows()))
 
     def test_FigureGoesToThisMachineWhateverProxyIsSet(self):
-        other = Instance("proxied", "127.0.0.1:5690", http_proxy="http://127.0.0.1:9",
-                         all_proxy="http://127.0.0.1:9")
-        other.start()
         with Metering() as metering:
-            write_energy(other, 5)
+            write_energy(self.proxied, 5)
             self.assertEqual(metering.wait_for_requests(1), [
                 ("POST", "/external/metering?cumulativepower=0.05&duration=60")])
-        self.assert_stops(other.service)
 
     def test_DisplaysEnergyIsAddedToTheFigure(self):
-        other = Instance("display", "127.0.0.1:5691")
-        other.write("memory/board/power", 4000)
-        other.start()
-        other.service.wait_for_output("start EnergyReport Thread!!")
         with Metering() as metering:
-            write_energy(other, 7)
+            write_energy(self.display, 7)
             (method, path), = metering.wait_for_requests(1)
         figure = int(path.partition("=")[2].partition("&")[0].replace(".", ""))
         self.assertEqual(method, "POST")
         self.assertGreaterEqual(figure, 7 + 4000 // 3600)
-        self.assert_stops(other.service)

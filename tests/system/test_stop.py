@@ -2,9 +2,7 @@
 
 import signal
 
-from harness import (
-    COMMANDS, Instance, Metering, SystemTest, write_energy,
-)
+from harness import COMMANDS, Instance, Metering, SystemTest, write_energy
 
 
 class Stop(SystemTest):
@@ -77,6 +75,14 @@ class StopInTheMiddle(SystemTest):
             self.corvane.service.send(signal.SIGTERM)
             self.corvane.write("memory/refrigerator/SmartGridOverrideState", 1)
             self.assertEqual(self.corvane.service.wait(), 0)
+
+
+class StopBehindAPost(SystemTest):
+    """Stops with the metering service in the way."""
+
+    def setUp(self):
+        self.corvane = Instance(self.id().rpartition("_")[2])
+        self.corvane.start()
 
     def test_StopBehindAHangingMeteringPostIsBoundedAndFails(self):
         with Metering(hangs=True) as metering:
