@@ -7,7 +7,7 @@
 #include "calendar.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <charconv>
 
 namespace corvane::client {
 namespace {
@@ -65,7 +65,9 @@ std::optional<std::string> currentReservation(const std::vector<Reservation> &re
     std::optional<std::string> current;
     int highest = -1;
     for (const Reservation &reservation : reservations) {
-        const int id = std::atoi(reservation.id.c_str());
+        const char *digits = reservation.id.c_str();
+        int id = -1; // not a number: never current
+        std::from_chars(digits, digits + reservation.id.size(), id);
         if (id > highest && seasonHolds(reservation, moment)) {
             highest = id;
             current = reservation.id;
