@@ -302,6 +302,7 @@ TEST_F(LiveTest, RepetitionWhileTheHandlerIsAtWorkIsAcknowledgedAndAnsweredByIts
     const Packet request = overrideOn();
     client.send(request);
     Gate::waitForCall(1);
+    passBarrier(); // the proxy has noted the time of the request
     proxy.pass(2s);
     const Packet acknowledgement = client.ask(request);
     EXPECT_EQ(acknowledgement.type, Type::Acknowledgement);
