@@ -406,16 +406,20 @@ void PowerDB::updateLastRecord(const std::string &date, int energy) {
     _update(kPowerTable, {"power_usage = '" + std::string(text) + "'", "date = '" + date + "'"});
 }
 
-void PowerDB::_deleteKeys(const std::string &comparison, const std::string &date) {
+void PowerDB::deleteKeyLow(const std::string &date) {
     if (date.empty()) {
         LOG(DLOG_DEBUG, "Not exist key");
         return;
     }
-    _delete(kPowerTable, " WHERE date " + comparison + " '" + date + "'");
+    _delete(kPowerTable, " WHERE date < '" + date + "'");
 }
 
-void PowerDB::deleteKeyLow(const std::string &date) { _deleteKeys("<", date); }
-
-void PowerDB::deleteKeyHigh(const std::string &date) { _deleteKeys(">", date); }
+void PowerDB::deleteKeyHigh(const std::string &date) {
+    if (date.empty()) {
+        LOG(DLOG_DEBUG, "Not exist key");
+        return;
+    }
+    _delete(kPowerTable, " WHERE date > '" + date + "'");
+}
 
 } // namespace Corvane

@@ -172,7 +172,6 @@ public:
 
 private:
     int _selectOne(powerRecord &record, const std::string &condition);
-    void _deleteKeys(const std::string &comparison, const std::string &date);
 };
 
 } // namespace Corvane
