@@ -7,6 +7,7 @@
 #include "proxy/lifecycle.h"
 #include "service_loop.h"
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -22,9 +23,11 @@ constexpr std::chrono::seconds kStopBound(10);
 /* What concerns the whole process and must be done while it has one thread. */
 // NOLINTBEGIN(concurrency-mt-unsafe): it has one thread
 void setUpProcess() {
-    // A pipe behind standard output sees each line as it comes, and may go away.
-    (void)std::fflush(stdout);
-    (void)std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    // A pipe behind standard output sees each line as it comes, and may go away. The buffer is a
+    // new one, since the C library goes on filling the old one whole when something was written
+    // before.
+    static std::array<char, BUFSIZ> buffer;
+    (void)std::setvbuf(stdout, buffer.data(), _IOLBF, buffer.size());
     (void)std::signal(SIGPIPE, SIG_IGN);
     // The metering service is on this machine, whatever proxy the environment was made for.
     for (const char *name :
