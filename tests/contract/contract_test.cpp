@@ -7,7 +7,7 @@
  */
 #include "rig.h"
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -16,6 +16,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -515,7 +516,8 @@ std::string textOf(const char (&member)[size]) {
 
 template <std::size_t size>
 void setText(char (&member)[size], const char *text) {
-    std::strncpy(member, text, size);
+    std::fill_n(member, size, '\0');
+    std::string_view(text).copy(member, size);
 }
 
 TEST_F(ProxyContract, StepsOutOfOrderAreRefused) {
@@ -593,8 +595,8 @@ TEST_F(ProxyContract, QueriesAreAnsweredWithWhatTheHandlersWrite) {
                   // 512 bytes each belong to the handler.
                   std::memset(cumulative, 0, 512);
                   std::memset(monthly, 0, 512);
-                  std::strcpy(cumulative, "220.45");
-                  std::strcpy(monthly, "100.00");
+                  std::string_view("220.45").copy(cumulative, 511);
+                  std::string_view("100.00").copy(monthly, 511);
                   return 1;
               }),
               0);
@@ -624,7 +626,10 @@ TEST_F(ProxyContract, DefrostOrdersArriveInTheirMembers) {
                       note("create", *entry);
                       setText(entry->id, "2");
                       // The id goes into the text as far as that reaches.
-                      std::strncpy(text, "2", std::strlen(text));
+                      if (std::strlen(text) > 1) {
+                          text[0] = '2';
+                          text[1] = '\0';
+                      }
                       return 1;
                   }),
               0);

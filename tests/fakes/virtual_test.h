@@ -13,6 +13,8 @@
 #include "storage.h"
 #include "virtual_time.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 

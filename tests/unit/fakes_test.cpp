@@ -224,7 +224,7 @@ TEST_F(FakesTest, RequestCarriesItsArgumentsAndBringsTheAnswersBack) {
         EXPECT_STREQ(info->drlcLevel, "2");
         EXPECT_STREQ(info->duration, "null");
         EXPECT_STREQ(info->drlcStartTime, "14:00:00");
-        std::strcpy(info->duration, "04:30:00");
+        std::string("04:30:00").copy(info->duration, sizeof info->duration);
         return 1;
     });
     KestRegisterGetDRLCOverrideFunc([](int *level, int *override_state) {
