@@ -26,8 +26,7 @@ protected:
     static void check(const std::function<int()> &work) {
         const Outcome outcome = runInChild([&] {
             const TempFolder folder;
-            setenv("CORVANE_STATE_DIR", (folder / "state").c_str(), 1);
-            setenv("CORVANE_RUNTIME_DIR", (folder / "runtime").c_str(), 1);
+            useFolder(folder);
             return work();
         });
         EXPECT_EQ(0, outcome.status) << outcome.error;

@@ -29,6 +29,7 @@ int __dlog_print(log_id_t, int prio, const char *, const char *fmt, ...) {
     std::array<char, 1024> text{};
     va_list arguments;
     va_start(arguments, fmt);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it was started the line before
     const int size = std::vsnprintf(text.data(), text.size(), fmt, arguments);
     va_end(arguments);
     (void)std::fprintf(stderr, "log %d %s\n", prio, text.data());

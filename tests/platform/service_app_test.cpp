@@ -30,10 +30,7 @@ namespace {
 
 class ServiceAppTest : public testing::Test {
 protected:
-    ServiceAppTest() {
-        setenv("CORVANE_STATE_DIR", (temp / "state").c_str(), 1);
-        setenv("CORVANE_RUNTIME_DIR", (temp / "runtime").c_str(), 1);
-    }
+    ServiceAppTest() { useFolder(temp); }
 
     /* Runs a service that does work in its create callback, and is then stopped. */
     static Outcome runWith(std::function<void()> work) {
@@ -70,16 +67,17 @@ TEST_F(ServiceAppTest, ProxiesOfTheEnvironmentDoNotReachTheMeteringService) {
     constexpr std::array kNames{"http_proxy",  "HTTP_PROXY", "https_proxy",
                                 "HTTPS_PROXY", "all_proxy",  "ALL_PROXY"};
     for (const char *name : kNames)
-        setenv(name, "http://127.0.0.1:9", 1);
+        setVariable(name, "http://127.0.0.1:9");
     const Outcome outcome = runWith([&] {
         for (const char *name : kNames) {
+            // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment now
             if (const char *value = std::getenv(name); value != nullptr)
                 (void)std::fprintf(stderr, "%s=%s\n", name, value);
         }
     });
     EXPECT_EQ("", outcome.error);
     for (const char *name : kNames)
-        unsetenv(name);
+        unsetVariable(name);
 }
 
 TEST_F(ServiceAppTest, PipeBehindStandardOutputSeesEachLineAsItComes) {

@@ -82,8 +82,7 @@ class ServiceLoopTest : public testing::Test {
 protected:
     Outcome run() {
         return runInChild([this] {
-            setenv("CORVANE_STATE_DIR", (temp / "state").c_str(), 1);
-            setenv("CORVANE_RUNTIME_DIR", (temp / "runtime").c_str(), 1);
+            useFolder(temp);
             return runTestService(service);
         });
     }
@@ -260,11 +259,10 @@ TEST_F(ServiceLoopTest, RemovedSettingsFolderEndsTheServiceWithStatusOne) {
 TEST_F(ServiceLoopTest, SystemdHearsOfStartWatchdogAndStop) {
     const NotifySocket systemd(temp / "notify");
     const pid_t child = startChild([this] {
-        setenv("NOTIFY_SOCKET", (temp / "notify").c_str(), 1);
-        setenv("WATCHDOG_USEC", "10000", 1);
-        unsetenv("WATCHDOG_PID");
-        setenv("CORVANE_STATE_DIR", (temp / "state").c_str(), 1);
-        setenv("CORVANE_RUNTIME_DIR", (temp / "runtime").c_str(), 1);
+        setVariable("NOTIFY_SOCKET", temp / "notify");
+        setVariable("WATCHDOG_USEC", "10000");
+        unsetVariable("WATCHDOG_PID");
+        useFolder(temp);
         service.create = [] {};
         return runTestService(service);
     });

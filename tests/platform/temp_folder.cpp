@@ -28,10 +28,22 @@ corvane::platform::Folders TempFolder::folders() const {
     return {path_ + "/state", path_ + "/runtime"};
 }
 
+void setVariable(const char *name, const std::string &value) {
+    setenv(name, value.c_str(), 1); // NOLINT(concurrency-mt-unsafe): there is one thread
+}
+
+void unsetVariable(const char *name) {
+    unsetenv(name); // NOLINT(concurrency-mt-unsafe): there is one thread
+}
+
+void useFolder(const TempFolder &folder) {
+    setVariable("CORVANE_STATE_DIR", folder / "state");
+    setVariable("CORVANE_RUNTIME_DIR", folder / "runtime");
+}
+
 const TempFolder &processFolder() {
     static const TempFolder folder;
-    setenv("CORVANE_STATE_DIR", (folder / "state").c_str(), 1);
-    setenv("CORVANE_RUNTIME_DIR", (folder / "runtime").c_str(), 1);
+    useFolder(folder);
     return folder;
 }
 

@@ -26,8 +26,14 @@ private:
     std::string path_;
 };
 
-/* Points CORVANE_STATE_DIR and CORVANE_RUNTIME_DIR into one folder for the whole process, since the
- * process has one settings store. */
+/* Changes the environment of this process, while it has one thread. */
+void setVariable(const char *name, const std::string &value);
+void unsetVariable(const char *name);
+
+/* Points CORVANE_STATE_DIR and CORVANE_RUNTIME_DIR into the folder. */
+void useFolder(const TempFolder &folder);
+
+/* useFolder() once for the whole process, since the process has one settings store. */
 const TempFolder &processFolder();
 
 std::string readFile(const std::string &path);
