@@ -61,13 +61,28 @@ Status findRuntime(const Environment &environment, uid_t user, Folders &folders)
     return status;
 }
 
+/*
+ * Puts the folder's entries on the disk: a power cut could take a new one away, with all that was
+ * safe inside. As far as it goes: some file systems cannot do it for folders.
+ */
+void syncFolder(const std::string &path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    (void)fsync(fd);
+    close(fd);
+}
+
 /* Makes every folder of the path that is missing. Returns 0 or an errno value. */
 int makeMissing(const std::string &path) {
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
-        if (mkdir(path.substr(0, end).c_str(), 0700) != 0 && errno != EEXIST) {
+        const std::string part = path.substr(0, end);
+        if (mkdir(part.c_str(), 0700) == 0) {
+            syncFolder(part.substr(0, part.find_last_of('/') + 1));
+        } else if (errno != EEXIST) {
             const int reason = errno;
             struct stat found {};
-            if (stat(path.substr(0, end).c_str(), &found) != 0)
+            if (stat(part.c_str(), &found) != 0)
                 return reason;
         }
         if (end == std::string::npos)
