@@ -112,9 +112,9 @@ def print_logs():
     for program in _programs:
         for stream, text in (("output", program.output), ("log", program.log)):
             lines = text.splitlines()
-            cut = f", the last {SHOWN_LINES} of {len(lines)} lines" if len(lines) > SHOWN_LINES else ""
-            print(f"---- {program.name}, {stream}{cut} ----")
-            print("\n".join(lines[-SHOWN_LINES:]))
+            shown = lines[-SHOWN_LINES:]
+            print(f"---- {program.name}, {stream}: {len(shown)} of {len(lines)} lines ----")
+            print("\n".join(shown))
 
 
 def wait_for(what, probe, deadline_sec=DEADLINE_SEC):

@@ -96,7 +96,8 @@ class BadRequests(ServiceTest):
 
     def test_BytesThatAreNoTextAreRefused(self):
         self.assert_refused(self.post("ControlDRLC", b'{"level\xff": 1}'), 400, "body: not JSON")
-        self.assert_refused(self.post("ControlDRLC", random.Random(1).randbytes(1000)), 400, "expected")
+        noise = random.Random(1).randbytes(1000)
+        self.assert_refused(self.post("ControlDRLC", noise), 400, "expected")
 
     def test_BadCborIsRefused(self):
         for body, words in ((b"\xa1\x65level\x09", 'level: got "9"'),
@@ -145,7 +146,8 @@ class Formats(ServiceTest):
         self.assertEqual((answer.status, answer.payload), (204, b"\xa1\x66result\x01"))
         self.assertEqual(answer.number(coap.FORMAT), coap.CBOR)
         answer = self.corvane.request(coap.GET, "GetDelayDefrost", accept=coap.CBOR)
-        self.assertEqual((answer.status, answer.payload), (205, b"\xa2\x66result\x01\x67enabled\x01"))
+        self.assertEqual((answer.status, answer.payload),
+                         (205, b"\xa2\x66result\x01\x67enabled\x01"))
 
     def test_QueryMayBePosted(self):
         answer = self.corvane.request(coap.POST, "GetDefrostBlock")
