@@ -89,8 +89,8 @@ void DefrostDelay::setActive(int value) {
 
 void DefrostDelay::_sendToMicomInfoByStatus() {
     if (enable == 0) {
-        LOG(DLOG_DEBUG,
-            "Defrost] Disable"); // deliberate: only said, the state is sent all the same
+        // Deliberate: only said, the state is sent all the same.
+        LOG(DLOG_DEBUG, "Defrost] Disable");
     }
     if (active == 1) {
         _sendToMicom("SET_SMARTGRID_ENABLE");
@@ -264,8 +264,8 @@ void DefrostDelay::_run() {
             continue; // deliberate: the ten-minute repeat is left out as well
         }
         if (!reservations.empty()) {
-            // Deliberate: keyed to the minute that has ended, so it comes at minutes 01, 11, 21,
-            // ...
+            // Deliberate: keyed to the minute that has ended. It therefore comes at minutes 01, 11,
+            // 21 and so on.
             const bool periodicLog = lastTick != local.tm_min && lastTick % 10 == 0;
             _updateActive(current, now, local, periodicLog);
         }

@@ -258,8 +258,8 @@ void EnergyDR::_pass() {
     const TimePoint now = std::chrono::system_clock::now();
     const int minute = toUtc(std::chrono::system_clock::to_time_t(now)).tm_min;
     const bool minuteChanged = minute != lastTick;
-    // Deliberate: keyed to the minute that has ended, so these lines come at minutes 01, 11, 21,
-    // ...
+    // Deliberate: keyed to the minute that has ended. These lines therefore come at minutes 01,
+    // 11, 21 and so on.
     const bool periodicLog = minuteChanged && lastTick % 10 == 0;
 
     const drRecord event = getSchedule();

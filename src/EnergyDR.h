@@ -71,6 +71,7 @@ public:
     /** Caller holds the mutex. */
     void _sendToMicomInfoByLevel();
 
+    /** Commands the override; only 0 and 1 are sent. No path of the service calls it. */
     void _sendToMicomInfoByOverride(int value);
 
 private:

@@ -6,8 +6,9 @@
  * It also watches the settings keys that belong to no controller and declares the remote commands.
  *
  * The controllers are built by tasks and deleted by FinalThread(). A getter's pointer is therefore
- * only as good as the Pin that its caller takes on it: Pin<EnergyDR>
- * dr(EnergyManager::GetEnergyDR());
+ * only as good as the Pin that its caller takes on it:
+ *
+ *     Pin<EnergyDR> dr(EnergyManager::GetEnergyDR());
  */
 #ifndef CORVANE_ENERGYMANAGER_H
 #define CORVANE_ENERGYMANAGER_H

@@ -70,7 +70,10 @@ public:
         return true;
     }
 
-    /** Retires object if nobody has, and strikes it off; the first thing its destructor does. */
+    /**
+     * Retires object if nobody has, and strikes it off. Its destructor does this before it takes
+     * anything apart that a holder of a Pin may still use.
+     */
     static void leave(T *object) {
         retire(object);
         std::lock_guard<std::mutex> lock(book.mutex);
