@@ -7,20 +7,26 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
+#include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <dlog.h>
 #include <netinet/in.h>
 #include <ocf_proxy.h>
 #include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
+
+// NOLINTBEGIN(concurrency-mt-unsafe): the client has one thread, and so has the proxy's process
+// while it uses its environment
 
 // The proxy's log lines have no place in the figures.
 int __dlog_print(log_id_t, int, const char *, const char *, ...) { return 0; }
@@ -85,7 +91,7 @@ Figures load(int fd, std::uint32_t firstNumber, std::uint32_t count, std::uint32
             const auto datagram = requestDatagram(firstNumber + sent);
             sentAt[sent] = Clock::now();
             if (send(fd, datagram.data(), datagram.size(), 0) < 0)
-                fail(std::string("cannot send: ") + std::strerror(errno));
+                fail(std::string("cannot send: ") + std::generic_category().message(errno));
         }
         const ssize_t size = recv(fd, answer.data(), answer.size(), 0);
         if (size < 0)
@@ -130,7 +136,7 @@ void print(const char *name, const Figures &figures) {
 pid_t startOwnProxy() {
     std::array<int, 2> ready{};
     if (pipe(ready.data()) != 0)
-        fail(std::strerror(errno));
+        fail(std::generic_category().message(errno));
     const pid_t child = fork();
     if (child == 0)
         serve(ready[1]);
@@ -145,7 +151,10 @@ pid_t startOwnProxy() {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc > 2) {
+    std::uint16_t port = argc == 1 ? kOwnPort : 0;
+    if (argc == 2)
+        std::from_chars(argv[1], argv[1] + std::string_view(argv[1]).size(), port);
+    if (port == 0) {
         std::fprintf(stderr, "usage: coap_load [PORT]\n"
                              "PORT: of a service on 127.0.0.1; without it a proxy is started\n");
         return 2;
@@ -154,12 +163,12 @@ int main(int argc, char **argv) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(argc == 2 ? static_cast<std::uint16_t>(std::atoi(argv[1])) : kOwnPort);
+    address.sin_port = htons(port);
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     const timeval timeout{kAnswerTimeoutMs / 1000, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
-        fail(std::strerror(errno));
+        fail(std::generic_category().message(errno));
 
     load(fd, 0, 1000, 1); // caches and clocks warm up
     print("one at a time", load(fd, 1000, 20000, 1));
@@ -173,3 +182,5 @@ int main(int argc, char **argv) {
     }
     return 0;
 }
+
+// NOLINTEND(concurrency-mt-unsafe)

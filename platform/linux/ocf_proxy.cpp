@@ -52,6 +52,7 @@ int notify(CommandId id, const ordered_json &members) {
 }
 
 std::string variable(const char *name, const char *otherwise) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment beside other threads
     const char *value = std::getenv(name);
     return value == nullptr || *value == '\0' ? otherwise : value;
 }

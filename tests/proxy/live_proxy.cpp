@@ -34,8 +34,9 @@ std::uint16_t freePort() {
     socklen_t size = sizeof(address);
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr *>(&address), size);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
+    if (bind(fd, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        std::abort();
     close(fd);
     return ntohs(address.sin_port);
 }

@@ -400,7 +400,7 @@ TEST_F(LiveTest, HandlerMayNotifyWhileItRuns) {
     static corvane::platform::Proxy *notifier;
     notifier = &*proxy;
     proxy->handlers().controlDrlc = [](KestDrlcInfo *info) {
-        notifier->notify(CommandId::SendDRLCNotify, {{"level", std::atoi(info->drlcLevel)}});
+        notifier->notify(CommandId::SendDRLCNotify, {{"level", info->drlcLevel[0] - '0'}});
         return 1;
     };
     client.ask(watch(kLevelNotify));

@@ -24,11 +24,17 @@ using nlohmann::json;
 
 namespace {
 
+// An empty variable counts as one that is not set.
+void setVariable(const char *name, const std::string &value) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the proxy's threads do not read the environment
+    setenv(name, value.c_str(), 1);
+}
+
 class OcfProxy : public testing::Test {
 protected:
     OcfProxy() {
-        setenv("CORVANE_COAP_LISTEN", ("127.0.0.1:" + std::to_string(port)).c_str(), 1);
-        unsetenv("CORVANE_COAP_PSK_FILE");
+        setVariable("CORVANE_COAP_LISTEN", "127.0.0.1:" + std::to_string(port));
+        setVariable("CORVANE_COAP_PSK_FILE", "");
     }
     ~OcfProxy() override {
         closeProxy();
@@ -52,7 +58,7 @@ protected:
         folder = mkdtemp(pattern.data());
         std::ofstream(folder + "/keys") << "controller:30313233343536373839616263646566\n";
         chmod((folder + "/keys").c_str(), 0600);
-        setenv("CORVANE_COAP_PSK_FILE", (folder + "/keys").c_str(), 1);
+        setVariable("CORVANE_COAP_PSK_FILE", folder + "/keys");
     }
 
     // What Debian's client prints for a GET of GetDefrostBlock, its complaints aside.
@@ -270,22 +276,22 @@ TEST_F(OcfProxy, PortInUseIsToldInOneLine) {
 }
 
 TEST_F(OcfProxy, UnfitSettingsAreToldInOneLine) {
-    setenv("CORVANE_COAP_LISTEN", "every\nwhere", 1);
+    setVariable("CORVANE_COAP_LISTEN", "every\nwhere");
     EXPECT_EQ(prepareProxy(),
               "remote proxy: cannot listen on \"every\\u000awhere\": not an address and port; set "
               "CORVANE_COAP_LISTEN to a form like 127.0.0.1:5683 or [::1]:5683");
-    setenv("CORVANE_COAP_LISTEN", ("0.0.0.0:" + std::to_string(port)).c_str(), 1);
+    setVariable("CORVANE_COAP_LISTEN", "0.0.0.0:" + std::to_string(port));
     EXPECT_EQ(prepareProxy(), "remote proxy: cannot listen on 0.0.0.0:" + std::to_string(port) +
                                   ": it can be reached from outside and there are no keys; set "
                                   "CORVANE_COAP_PSK_FILE to a file of identity:hex key lines, or "
                                   "CORVANE_COAP_LISTEN to a loopback address");
-    setenv("CORVANE_COAP_PSK_FILE", "/no/such/file", 1);
+    setVariable("CORVANE_COAP_PSK_FILE", "/no/such/file");
     EXPECT_EQ(prepareProxy(), "remote proxy: cannot use the key file \"/no/such/file\": No such "
                               "file or directory; mend it or set CORVANE_COAP_PSK_FILE to another");
 }
 
 TEST_F(OcfProxy, VersionSixLoopbackNeedsNoKeys) {
-    setenv("CORVANE_COAP_LISTEN", ("[::1]:" + std::to_string(port)).c_str(), 1);
+    setVariable("CORVANE_COAP_LISTEN", "[::1]:" + std::to_string(port));
     EXPECT_EQ(prepareProxy(), "");
 }
 

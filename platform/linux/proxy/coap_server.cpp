@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -153,7 +154,7 @@ CoapServer::~CoapServer() {
 std::string CoapServer::open(const ListenAddress &address, PskKeys keys) {
     // libcoap lets several programs share a port. The trial bind tells a port that is taken.
     if (const int error = tryBind(address); error != 0)
-        return std::strerror(error);
+        return std::generic_category().message(error);
 
     coap_startup();
     coap_set_log_handler(ignoreLog);
@@ -183,7 +184,7 @@ std::string CoapServer::open(const ListenAddress &address, PskKeys keys) {
     std::memcpy(&coapAddress.addr, &address.any, address.size);
     if (coap_new_endpoint(context_, &coapAddress,
                           keys_.empty() ? COAP_PROTO_UDP : COAP_PROTO_DTLS) == nullptr)
-        return std::strerror(errno);
+        return std::generic_category().message(errno);
 
     coap_resource_t *unknown = coap_resource_unknown_init(onUnknown);
     for (const auto method : kMethods)

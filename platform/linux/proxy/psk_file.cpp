@@ -5,10 +5,10 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace corvane::platform {
@@ -111,7 +111,7 @@ std::variant<PskKeys, PskError> readPskFile(const std::string &path) {
     const FileDescriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
     struct stat status {};
     if (file.fd < 0 || fstat(file.fd, &status) != 0)
-        return PskError{std::strerror(errno)};
+        return PskError{std::generic_category().message(errno)};
     if (!S_ISREG(status.st_mode))
         return PskError{"it is not a regular file"};
     if (status.st_uid != geteuid())
@@ -124,7 +124,7 @@ std::variant<PskKeys, PskError> readPskFile(const std::string &path) {
     while (true) {
         const ssize_t size = read(file.fd, piece.data(), piece.size());
         if (size < 0)
-            return PskError{std::strerror(errno)};
+            return PskError{std::generic_category().message(errno)};
         if (size == 0)
             return parsePskKeys(text);
         text.append(piece.data(), static_cast<std::size_t>(size));
