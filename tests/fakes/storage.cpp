@@ -6,7 +6,7 @@
  * does its work and meets that trouble in the file system layer. So the library's own retries,
  * messages and codes follow from it as they would on a real file.
  *
- * Divisions: state; the file system layer; beside the service; the recorded calls.
+ * Divisions: state; the file system layer; the folder; beside the service; the recorded calls.
  */
 #include "storage.h"
 
@@ -14,6 +14,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -207,6 +210,31 @@ void registerLayer() {
     }
 }
 
+// ---- The folder ----
+
+constexpr const char *kFolderPrefix = "corvane-test-"; // then the process and a dash
+
+std::string rootFolder() { return access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/"; }
+
+// Removes what tests have left whose process is no more: killed ones, and death tests.
+void sweepLeftFolders() {
+    const std::string_view prefix = kFolderPrefix;
+    for (const auto &entry : std::filesystem::directory_iterator(rootFolder())) {
+        const std::string name = entry.path().filename();
+        const char *const end = name.data() + name.size();
+        pid_t process = 0;
+        if (!name.starts_with(prefix)) {
+            continue;
+        }
+        const auto [rest, error] = std::from_chars(name.data() + prefix.size(), end, process);
+        const bool isOurs = error == std::errc() && rest != end && *rest == '-';
+        if (isOurs && kill(process, 0) != 0 && errno == ESRCH) {
+            std::error_code ignored; // another test may be removing it too
+            std::filesystem::remove_all(entry.path(), ignored);
+        }
+    }
+}
+
 // ---- Beside the service ----
 
 struct Beside {
@@ -242,8 +270,7 @@ namespace fakes::storage {
 void mount() {
     unmount();
     registerLayer();
-    const bool hasShm = access("/dev/shm", W_OK) == 0;
-    std::string name = std::string(hasShm ? "/dev/shm" : "/tmp") + "/corvane-test-XXXXXX";
+    std::string name = rootFolder() + kFolderPrefix + std::to_string(getpid()) + "-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
         fail(name, std::generic_category().message(errno));
     }
@@ -257,6 +284,7 @@ void unmount() {
     if (!realFolder.empty()) {
         std::filesystem::remove_all(realFolder);
         realFolder.clear();
+        sweepLeftFolders();
     }
 }
 

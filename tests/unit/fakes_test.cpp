@@ -5,6 +5,7 @@
 #include "service_fixture.h"
 
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <curl/curl.h>
@@ -366,6 +367,16 @@ TEST_F(StorageTest, EachTestStartsWithAnEmptyFolder) {
     EXPECT_NE(fakes::storage::folder(), before);
     EXPECT_NE(access(before.c_str(), F_OK), 0);
     EXPECT_FALSE(fakes::storage::tableExists("corvane.db", "t"));
+}
+
+TEST_F(StorageTest, FolderOfAProcessThatIsNoMoreIsSweptAway) {
+    const std::string own = fakes::storage::folder();
+    const std::string root = own.substr(0, own.find("corvane-test-"));
+    // No process has a number above the kernel's limit.
+    const std::string left = root + "corvane-test-4194305-abcdef";
+    ASSERT_EQ(mkdir(left.c_str(), 0700), 0);
+    fakes::storage::mount();
+    EXPECT_NE(access(left.c_str(), F_OK), 0);
 }
 
 TEST_F(StorageTest, EveryCallIsRecordedWithItsResult) {
