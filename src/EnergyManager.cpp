@@ -205,8 +205,7 @@ void queueConstruction(std::atomic<Controller *> &slot) {
  */
 template <class Controller>
 void deleteController(std::atomic<Controller *> &slot) {
-    Controller *controller = slot.load();
-    if (controller != nullptr && Pin<Controller>::retire(controller)) {
+    if (Controller *controller = Pin<Controller>::retire(slot)) {
         delete controller;
         slot.store(nullptr);
     }

@@ -291,7 +291,8 @@ int EnergyReport::_diffValByDate(const std::string &start, const std::string &en
         table.selectAlignRecordByPart(last, start, end, "DESC");
         LOG(DLOG_DEBUG, "end date : %s, power : %s", last.date.c_str(), last.power_usage.c_str());
         // Deliberate: a wrap of the counter in between is not made good.
-        growth = std::stoi(last.power_usage) - std::stoi(first.power_usage);
+        growth = static_cast<int>(std::int64_t{std::stoi(last.power_usage)} -
+                                  std::stoi(first.power_usage));
     }
     table.close();
     return growth;

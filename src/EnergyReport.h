@@ -7,8 +7,8 @@
  * and watches for a new hour or month; every use of the table and of HTTP is a deferred task on the
  * manager's thread.
  *
- * The units: the summed figure counts 0.01 Wh; 100 of it make one unit of the posted figure, 10000
- * one unit of the stored counter.
+ * 100 units of the summed figure make one unit of the posted figure, 10000 one unit of the stored
+ * counter.
  */
 #ifndef CORVANE_ENERGYREPORT_H
 #define CORVANE_ENERGYREPORT_H

@@ -12,6 +12,7 @@
 #ifndef CORVANE_PIN_H
 #define CORVANE_PIN_H
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -55,19 +56,14 @@ public:
     }
 
     /**
-     * Refuses further Pins on object and waits until those that are held have been released. True
-     * for the first caller, who now may delete it; false when another has retired it before or it
-     * is gone.
+     * Refuses further Pins on the object that the slot holds, and waits until those that are held
+     * have been released. Gives the object to the first caller, who alone may delete it; null when
+     * the slot is empty, or another has retired its object before.
      */
-    static bool retire(T *object) {
+    static T *retire(const std::atomic<T *> &slot) {
         std::unique_lock<std::mutex> lock(book.mutex);
-        const auto entry = book.entries.find(object);
-        if (entry == book.entries.end() || entry->second.retired) {
-            return false;
-        }
-        entry->second.retired = true;
-        book.released.wait(lock, [&entry] { return entry->second.pins == 0; });
-        return true;
+        T *object = slot.load(); // under the lock: its address may be used again once it is gone
+        return retire(object, lock) ? object : nullptr;
     }
 
     /**
@@ -75,8 +71,8 @@ public:
      * anything apart that a holder of a Pin may still use.
      */
     static void leave(T *object) {
-        retire(object);
-        std::lock_guard<std::mutex> lock(book.mutex);
+        std::unique_lock<std::mutex> lock(book.mutex);
+        retire(object, lock);
         book.entries.erase(object);
     }
 
@@ -93,6 +89,17 @@ private:
         std::map<T *, Entry> entries;     // guarded by mutex
     };
     static inline Book book;
+
+    /** True for the first caller; the lock, on the book's mutex, is let go while waiting. */
+    static bool retire(T *object, std::unique_lock<std::mutex> &lock) {
+        const auto entry = book.entries.find(object);
+        if (entry == book.entries.end() || entry->second.retired) {
+            return false;
+        }
+        entry->second.retired = true;
+        book.released.wait(lock, [&entry] { return entry->second.pins == 0; });
+        return true;
+    }
 
     T *pinned = nullptr;
 };

@@ -582,6 +582,12 @@ struct Thing {
     int value = 7;
 };
 
+// As the owner of the object would, through the slot that it keeps it in.
+bool retire(Thing *thing) {
+    const std::atomic<Thing *> slot(thing);
+    return Pin<Thing>::retire(slot) == thing && thing != nullptr;
+}
+
 class PinTest : public fakes::VirtualTest {};
 
 TEST_F(PinTest, PinOnNothingOrOnSomethingUnknownIsEmpty) {
@@ -618,7 +624,7 @@ TEST_F(PinTest, RetiringWaitsForEveryPinAndRefusesNewOnes) {
         EXPECT_FALSE(Pin<Thing>(&thing));
     });
     advance(0.5);
-    EXPECT_TRUE(Pin<Thing>::retire(&thing));
+    EXPECT_TRUE(retire(&thing));
     EXPECT_EQ(virtualtime::elapsedMs(), 3000);
     Pin<Thing>::leave(&thing);
     for (std::thread &user : users) {
@@ -629,11 +635,11 @@ TEST_F(PinTest, RetiringWaitsForEveryPinAndRefusesNewOnes) {
 TEST_F(PinTest, OnlyTheFirstRetires) {
     Thing thing;
     Pin<Thing>::enter(&thing);
-    EXPECT_TRUE(Pin<Thing>::retire(&thing));
-    EXPECT_FALSE(Pin<Thing>::retire(&thing));
+    EXPECT_TRUE(retire(&thing));
+    EXPECT_FALSE(retire(&thing));
     Pin<Thing>::leave(&thing);
-    EXPECT_FALSE(Pin<Thing>::retire(&thing));
-    EXPECT_FALSE(Pin<Thing>::retire(nullptr));
+    EXPECT_FALSE(retire(&thing));
+    EXPECT_FALSE(retire(nullptr));
 }
 
 TEST_F(PinTest, SecondToRetireDoesNotWait) {
@@ -644,9 +650,9 @@ TEST_F(PinTest, SecondToRetireDoesNotWait) {
         advance(5);
     });
     advance(0);
-    std::thread first([&thing] { EXPECT_TRUE(Pin<Thing>::retire(&thing)); });
+    std::thread first([&thing] { EXPECT_TRUE(retire(&thing)); });
     advance(1);
-    EXPECT_FALSE(Pin<Thing>::retire(&thing));
+    EXPECT_FALSE(retire(&thing));
     EXPECT_EQ(virtualtime::elapsedMs(), 1000);
     first.join();
     EXPECT_EQ(virtualtime::elapsedMs(), 5000);
@@ -676,7 +682,7 @@ TEST_F(PinTest, OneThreadMayHoldSeveralPins) {
         const Pin<Thing> inner(&thing);
         EXPECT_TRUE(outer && inner);
     }
-    EXPECT_TRUE(Pin<Thing>::retire(&thing));
+    EXPECT_TRUE(retire(&thing));
     EXPECT_EQ(virtualtime::elapsedMs(), 0);
     Pin<Thing>::leave(&thing);
 }
@@ -684,7 +690,7 @@ TEST_F(PinTest, OneThreadMayHoldSeveralPins) {
 TEST_F(PinTest, AddressUsedAgainIsANewObject) {
     Thing thing;
     Pin<Thing>::enter(&thing);
-    Pin<Thing>::retire(&thing);
+    EXPECT_TRUE(retire(&thing));
     Pin<Thing>::leave(&thing);
     Pin<Thing>::enter(&thing);
     EXPECT_TRUE(Pin<Thing>(&thing));
@@ -705,7 +711,7 @@ TEST_F(PinTest, PinsOnOtherObjectsDoNotKeepOneFromRetiring) {
     Pin<Thing>::enter(&other);
     {
         const Pin<Thing> pin(&other);
-        EXPECT_TRUE(Pin<Thing>::retire(&one));
+        EXPECT_TRUE(retire(&one));
     }
     Pin<Thing>::leave(&one);
     Pin<Thing>::leave(&other);
