@@ -30,7 +30,8 @@ SettingsWatcher::~SettingsWatcher() {
 }
 
 Status SettingsWatcher::open() {
-    fd_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (fd_ < 0) // else an open() before has failed half way
+        fd_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (fd_ < 0)
         return systemFailure(errno, "settings cannot be watched");
     for (std::size_t i = 0; i < descriptors_.size(); ++i) {

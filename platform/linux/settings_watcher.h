@@ -47,6 +47,7 @@ public:
     SettingsWatcher(const SettingsWatcher &) = delete;
     SettingsWatcher &operator=(const SettingsWatcher &) = delete;
 
+    /* May be repeated after a failure. */
     Status open();
 
     /* Readable (POLLIN) when drain() has something to do. -1 before open(). */

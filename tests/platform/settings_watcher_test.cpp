@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <map>
 #include <new>
@@ -234,6 +235,21 @@ TEST_F(SettingsWatcherTest, LostNotificationsLoseNoValue) {
     EXPECT_THAT(drainedNumbers(), ElementsAre(1, 2));
     put("memory/late", 3);
     EXPECT_THAT(drainedNumbers(), ElementsAre(3));
+}
+
+TEST_F(SettingsWatcherTest, OpenThatFailedMayBeRepeatedAndTakesNoOtherDescriptor) {
+    std::filesystem::rename(temp / "runtime/settings/memory", temp / "aside");
+    SettingsWatcher other(store);
+    EXPECT_EQ(ENOENT, other.open().code);
+    const int fd = other.fd();
+    EXPECT_EQ(ENOENT, other.open().code);
+    EXPECT_EQ(fd, other.fd());
+    std::filesystem::rename(temp / "aside", temp / "runtime/settings/memory");
+    ASSERT_TRUE(other.open().ok());
+    EXPECT_EQ(fd, other.fd());
+    ASSERT_TRUE(other.watch("memory/a").ok());
+    put("memory/a", 1);
+    EXPECT_TRUE(readable(other.fd(), 0));
 }
 
 TEST_F(SettingsWatcherTest, RemovedFolderIsAFailure) {
