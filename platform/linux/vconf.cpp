@@ -85,16 +85,16 @@ Status Settings::write(const std::string &key, const SettingValue &value) {
 
 Status Settings::notify(const std::string &key, vconf_callback_fn callback, void *userData) {
     Status status = open();
+    if (status.ok())
+        status = watcher_.watch(key);
     if (!status.ok())
         return status;
-    {
-        const std::lock_guard<std::mutex> lock(registrationsMutex_);
-        std::vector<Registration> &registered = registrations_[key];
-        const Registration registration{callback, userData};
-        if (std::find(registered.begin(), registered.end(), registration) == registered.end())
-            registered.push_back(registration);
-    }
-    return watcher_.watch(key);
+    const std::lock_guard<std::mutex> lock(registrationsMutex_);
+    std::vector<Registration> &registered = registrations_[key];
+    const Registration registration{callback, userData};
+    if (std::find(registered.begin(), registered.end(), registration) == registered.end())
+        registered.push_back(registration);
+    return {};
 }
 
 Status Settings::deliver() {
