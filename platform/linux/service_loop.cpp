@@ -18,8 +18,6 @@
 #include <memory>
 #include <utility>
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
@@ -119,16 +117,21 @@ int failed(const std::string &text) {
 } // namespace
 
 StopBound::StopBound(std::chrono::milliseconds bound, std::function<void()> expired)
-    : disarm_(eventfd(0, EFD_CLOEXEC)), thread_([this, bound, call = std::move(expired)] {
-          pollfd disarm{disarm_, POLLIN, 0};
-          if (poll(&disarm, 1, static_cast<int>(bound.count())) == 0)
-              call();
+    : thread_([this, bound, call = std::move(expired)] {
+          std::unique_lock<std::mutex> lock(mutex_);
+          if (disarm_.wait_for(lock, bound, [this] { return disarmed_; }))
+              return;
+          lock.unlock();
+          call();
       }) {}
 
 StopBound::~StopBound() {
-    (void)eventfd_write(disarm_, 1); // cannot overflow: it is written once
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        disarmed_ = true;
+    }
+    disarm_.notify_one();
     thread_.join();
-    close(disarm_);
 }
 
 int runService(const service_app_lifecycle_callback_s &callbacks, void *userData,

@@ -8,7 +8,9 @@
 #include <service_app.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -30,8 +32,10 @@ public:
     StopBound &operator=(const StopBound &) = delete;
 
 private:
-    int disarm_; // eventfd
-    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable disarm_;
+    bool disarmed_ = false; // guarded by mutex_
+    std::thread thread_;    // the last member: it uses the others from its start
 };
 
 /*

@@ -22,6 +22,7 @@
 #include <thread>
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -284,6 +285,28 @@ TEST_F(ServiceLoopTest, SystemdHearsOfStartWatchdogAndStop) {
             messages.push_back(message);
     }
     EXPECT_THAT(messages, testing::ElementsAre("READY=1", "STOPPING=1"));
+}
+
+TEST(StopBoundTest, BoundThatIsReachedCallsOnce) {
+    std::atomic<int> calls{0};
+    {
+        const StopBound bound(1ms, [&] {
+            ++calls;
+            calls.notify_one();
+        });
+        calls.wait(0);
+    }
+    EXPECT_EQ(1, calls);
+}
+
+TEST(StopBoundTest, StopInTimeNeedsNoDescriptor) {
+    const Outcome outcome = runInChild([] {
+        rlimit none{};
+        setrlimit(RLIMIT_NOFILE, &none);
+        const StopBound bound(60s, [] { _exit(2); });
+        return 0;
+    });
+    EXPECT_EQ(0, outcome.status);
 }
 
 TEST(StopBoundTest, BoundThatIsNotReachedCallsNothing) {
