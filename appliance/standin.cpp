@@ -86,7 +86,6 @@ public:
     StandIn() : watcher_(store_) {
         Folders folders;
         require(findFolders(folders));
-        require(makeFolders(folders));
         require(store_.open(folders));
         require(watcher_.open());
         require(watcher_.watch(kCommandKey));

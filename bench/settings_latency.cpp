@@ -70,7 +70,6 @@ long long nowNs() { return std::chrono::steady_clock::now().time_since_epoch().c
 int main() {
     Folders folders;
     require(findFolders(folders));
-    require(makeFolders(folders));
     int answers[2];
     require(pipe(answers) == 0, "pipe");
     const pid_t child = fork();

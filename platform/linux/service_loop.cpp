@@ -36,8 +36,6 @@ Status prepare(const ProxyLife &proxy) {
     Folders folders;
     Status status = findFolders(folders);
     if (status.ok())
-        status = makeFolders(folders);
-    if (status.ok())
         status = Settings::instance().open();
     if (status.ok())
         status = prepareStorage(folders.state);
