@@ -34,13 +34,14 @@ void check(const platform::Status &status) {
         throw CommandFailed(status.text);
 }
 
-void openStore(SettingsStore &store, bool mayMake) {
+/* Opens the store of the environment's folders to read it, which makes nothing. */
+void openToRead(SettingsStore &store) {
     const platform::Folders folders = environmentFolders();
-    if (!mayMake && !hasState(folders))
+    if (!hasState(folders))
         throw CommandFailed("no settings are kept in " + folders.state + " or " + folders.runtime +
                             "; run as the service's user, or set CORVANE_STATE_DIR and "
                             "CORVANE_RUNTIME_DIR as the service has them");
-    check(store.open(folders));
+    check(store.openExisting(folders));
 }
 
 SettingValue valueOf(const std::string &text, bool forceText) {
@@ -67,7 +68,7 @@ Json settingJson(const std::string &key, const SettingValue &value) {
 
 void getSetting(const Context &context, const std::string &key) {
     SettingsStore store;
-    openStore(store, false);
+    openToRead(store);
     SettingValue value;
     const platform::Status status = store.read(key, value);
     if (status.code == ENOENT)
@@ -86,7 +87,7 @@ void getSetting(const Context &context, const std::string &key) {
 void setSetting(const Context &context, const std::string &key, const std::string &text,
                 bool forceText) {
     SettingsStore store;
-    openStore(store, true);
+    check(store.open(environmentFolders()));
     const SettingValue value = valueOf(text, forceText);
     check(store.write(key, value));
     if (context.json)
@@ -97,7 +98,7 @@ void setSetting(const Context &context, const std::string &key, const std::strin
 
 void listSettings(const Context &context) {
     SettingsStore store;
-    openStore(store, false);
+    openToRead(store);
     std::vector<std::string> keys;
     check(store.list(keys));
     std::size_t width = 0;
@@ -123,9 +124,12 @@ void listSettings(const Context &context) {
 void watchSettings(const Context &context, const std::vector<std::string> &keys) {
     const StopSignal stop;
     SettingsStore store;
-    openStore(store, false);
+    openToRead(store);
     platform::SettingsWatcher watcher(store);
-    check(watcher.open());
+    platform::Status status = watcher.open();
+    if (status.code == ENOENT)
+        status.text += "; the service makes it when it starts";
+    check(status);
     if (keys.empty())
         check(watcher.watchAll());
     for (const std::string &key : keys)

@@ -54,7 +54,7 @@ LocalState::LocalState(const platform::Folders &folders) : folders_(folders) {
         return;
     }
     auto store = std::make_unique<platform::SettingsStore>();
-    const platform::Status status = store->open(folders);
+    const platform::Status status = store->openExisting(folders);
     if (status.ok())
         store_ = std::move(store);
     else

@@ -142,9 +142,14 @@ Status makeFolders(const Folders &folders) {
     Status status = named(makeFolder(folders.state), "CORVANE_STATE_DIR");
     if (status.ok())
         status = named(makeFolder(folders.runtime), "CORVANE_RUNTIME_DIR");
-    if (status.ok() && folders.runtimeIsInTmp)
-        status = named(checkPrivate(folders.runtime), "CORVANE_RUNTIME_DIR");
-    return status;
+    return status.ok() ? checkFolders(folders) : status;
+}
+
+Status checkFolders(const Folders &folders) {
+    if (!folders.runtimeIsInTmp)
+        return {};
+    Status status = checkPrivate(folders.runtime);
+    return status.code == ENOENT ? Status{} : named(status, "CORVANE_RUNTIME_DIR");
 }
 
 } // namespace corvane::platform

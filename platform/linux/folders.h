@@ -48,6 +48,12 @@ Status makeFolder(const std::string &path);
  */
 Status makeFolders(const Folders &folders);
 
+/*
+ * For those that only read: makes nothing, but refuses the same runtime folder in /tmp. A folder
+ * that is missing is no failure.
+ */
+Status checkFolders(const Folders &folders);
+
 } // namespace corvane::platform
 
 #endif

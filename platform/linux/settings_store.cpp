@@ -229,13 +229,17 @@ Status SettingsStore::Root::open() const {
 SettingsStore::SettingsStore() = default;
 SettingsStore::~SettingsStore() = default;
 
+SettingsStore::Roots SettingsStore::rootsIn(const Folders &folders) {
+    return {
+        std::unique_ptr<Root>(new Root{"db/", folders.state + "/settings/db", true}),
+        std::unique_ptr<Root>(new Root{"memory/", folders.runtime + "/settings/memory", false})};
+}
+
 Status SettingsStore::open(const Folders &folders) {
     Status status = makeFolders(folders);
     if (!status.ok())
         return status;
-    std::array<std::unique_ptr<Root>, 2> roots{
-        std::unique_ptr<Root>(new Root{"db/", folders.state + "/settings/db", true}),
-        std::unique_ptr<Root>(new Root{"memory/", folders.runtime + "/settings/memory", false})};
+    Roots roots = rootsIn(folders);
     for (const auto &root : roots) {
         status = root->open();
         if (!status.ok()) {
@@ -246,6 +250,13 @@ Status SettingsStore::open(const Folders &folders) {
     }
     roots_ = std::move(roots);
     return {};
+}
+
+Status SettingsStore::openExisting(const Folders &folders) {
+    Status status = checkFolders(folders);
+    if (status.ok())
+        roots_ = rootsIn(folders);
+    return status;
 }
 
 const SettingsStore::Root *SettingsStore::rootOf(std::string_view key) const {
@@ -314,7 +325,7 @@ Status SettingsStore::list(std::vector<std::string> &keys) const {
             if (std::string key = root->keyOf(name); !key.empty())
                 found.push_back(std::move(key));
         };
-        if (!forEachName(root->path, take))
+        if (!forEachName(root->path, take) && errno != ENOENT) // see openExisting()
             return systemFailure(errno, "settings folder " + quoted(root->path, PATH_MAX));
     }
     std::sort(found.begin(), found.end());

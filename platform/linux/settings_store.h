@@ -53,9 +53,9 @@ struct SettingRecord {
 Status checkSettingKey(std::string_view key);
 
 /*
- * Every function but open() may be called from any thread once open() has succeeded. Errors: EINVAL
- * for a bad key or value, ENOENT for a key never written, EBADMSG for a damaged file, otherwise
- * what the system said. Outputs are unchanged on failure.
+ * Opened once, by open() or openExisting(); after that every other function may be called from any
+ * thread. Errors: EINVAL for a bad key or value, ENOENT for a key never written, EBADMSG for a
+ * damaged file, otherwise what the system said. Outputs are unchanged on failure.
  */
 class SettingsStore {
 public:
@@ -66,6 +66,10 @@ public:
 
     /* Makes the folders where needed and removes what killed writers have left. */
     Status open(const Folders &folders);
+
+    /* For those that only read: makes and removes nothing. A folder that is missing has no keys;
+     * it cannot be written to or watched (ENOENT). */
+    Status openExisting(const Folders &folders);
 
     Status read(const std::string &key, SettingValue &value) const;
     Status readRecord(const std::string &key, SettingRecord &record) const;
@@ -80,11 +84,13 @@ public:
 private:
     friend class SettingsWatcher;
     struct Root;
+    using Roots = std::array<std::unique_ptr<Root>, 2>;
+    static Roots rootsIn(const Folders &folders);
     const Root *rootOf(std::string_view key) const;
     Status readText(const std::string &key, std::string &text) const;
     Status readFile(const std::string &key, std::string &text, SettingsFile &file) const;
 
-    std::array<std::unique_ptr<Root>, 2> roots_; // constant after open()
+    Roots roots_; // constant once opened
 };
 
 } // namespace corvane::platform

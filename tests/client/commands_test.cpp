@@ -182,6 +182,18 @@ TEST_F(Commands, StatusReadsWhatOnlyTheFilesTell) {
     EXPECT_TRUE(printed()["override"].is_null());
 }
 
+TEST_F(Commands, SettingsThatAreOnlyReadMakeNoFolder) {
+    ASSERT_EQ(corvanectl({"settings", "set", "db/corvane/dr/level", "3"}), 0);
+    std::filesystem::remove_all(folder_ + "/runtime");
+    EXPECT_EQ(corvanectl({"settings", "get", "db/corvane/dr/level"}), 0);
+    EXPECT_EQ(out_.str(), "3\n");
+    EXPECT_EQ(corvanectl({"settings", "list"}), 0);
+    EXPECT_EQ(out_.str(), "db/corvane/dr/level  3\n");
+    EXPECT_EQ(corvanectl({"settings", "watch"}), 1);
+    EXPECT_THAT(err_.str(), HasSubstr("runtime/settings/memory\" cannot be watched: No such file"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ + "/runtime"));
+}
+
 TEST_F(Commands, EventOfAnotherServicesFilesIsNotShown) {
     answerAll();
     ASSERT_EQ(corvanectl({"settings", "set", "db/corvane/defrost/activate", "0"}), 0);

@@ -62,6 +62,17 @@ TEST_F(FilesOfTheService, IntegerKeysAreRead) {
     EXPECT_THAT(state.integer("db/corvane/note").missing, HasSubstr("holds a text"));
 }
 
+TEST_F(FilesOfTheService, LookingMakesNotTheFolderThatIsMissing) {
+    platform::SettingsStore store;
+    ASSERT_TRUE(store.open(folders_).ok());
+    ASSERT_TRUE(store.write("db/corvane/dr/level", 3).ok());
+    std::filesystem::remove_all(folders_.runtime);
+    const LocalState state(folders_);
+    EXPECT_EQ(state.integer("db/corvane/dr/level").value, 3);
+    EXPECT_THAT(state.integer("memory/board/power").missing, HasSubstr("not stored it yet"));
+    EXPECT_FALSE(std::filesystem::exists(folders_.runtime));
+}
+
 TEST_F(FilesOfTheService, EmptyTableMeansNoEvent) {
     makeTable();
     const auto event = LocalState(folders_).event();

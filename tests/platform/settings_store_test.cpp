@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <thread>
 
 #include <sys/stat.h>
@@ -237,6 +238,34 @@ TEST_F(SettingsStoreTest, FolderThatCannotBeUsedIsOneLineWithTheVariable) {
     EXPECT_EQ(ENOTDIR, status.code);
     EXPECT_THAT(status.text, HasSubstr("CORVANE_STATE_DIR"));
     EXPECT_EQ(std::string::npos, status.text.find('\n'));
+}
+
+TEST_F(SettingsStoreTest, OpeningToReadMakesAndSweepsNothing) {
+    ASSERT_TRUE(store.write(kLevel, 2).ok());
+    writeFile(temp / "state/settings/db/.new-123-4", "int");
+    std::filesystem::remove_all(temp / "runtime");
+    SettingsStore reader;
+    ASSERT_TRUE(reader.openExisting(temp.folders()).ok());
+    SettingValue value;
+    EXPECT_TRUE(reader.read(kLevel, value).ok());
+    EXPECT_EQ(SettingValue(2), value);
+    EXPECT_EQ(ENOENT, reader.read(kCommand, value).code);
+    EXPECT_EQ(ENOENT, reader.write(kCommand, 1).code);
+    std::vector<std::string> keys;
+    EXPECT_TRUE(reader.list(keys).ok());
+    EXPECT_THAT(keys, ElementsAre(kLevel));
+    EXPECT_THAT(namesIn(temp / ""), ElementsAre("state"));
+    EXPECT_THAT(namesIn(temp / "state/settings/db"), ElementsAre(".new-123-4", "corvane:dr:level"));
+}
+
+TEST_F(SettingsStoreTest, OpeningToReadRefusesAFolderInTmpThatOthersCanRead) {
+    Folders folders = temp.folders();
+    folders.runtimeIsInTmp = true;
+    ASSERT_EQ(0, chmod(folders.runtime.c_str(), 0755));
+    SettingsStore reader;
+    EXPECT_EQ(EPERM, reader.openExisting(folders).code);
+    std::filesystem::remove_all(folders.runtime);
+    EXPECT_TRUE(reader.openExisting(folders).ok()) << "a folder that is missing harms nobody";
 }
 
 TEST_F(SettingsStoreTest, ThreadsTakeTurnsAndLoseNoWrite) {
