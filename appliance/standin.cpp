@@ -62,7 +62,7 @@ const std::map<std::string, Report> kReports = {
 
 [[noreturn]] void fail(const Status &status) {
     std::fprintf(stderr, "corvane-standin: %s\n", status.text.c_str());
-    std::exit(1);
+    std::exit(1); // NOLINT(concurrency-mt-unsafe): there is one thread
 }
 
 void require(const Status &status) {
@@ -177,7 +177,7 @@ int main() {
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     const int stopFd = signalfd(-1, &stopSignals, SFD_CLOEXEC);
     if (stopFd < 0) {
         fail(systemFailure(errno, "cannot receive signals"));
