@@ -1,6 +1,6 @@
 /*
- * The sentences. A refusal carries no text of its own on the wire (only a number, if that), so its
- * meaning is written here, beside the command that can meet it.
+ * The sentences. A refusal (4.09) carries no text of its own on the wire, only a number, if that,
+ * so its meaning is written here, beside the command that can meet it.
  */
 #include "answers.h"
 
@@ -20,8 +20,6 @@ std::string refusalOf(const std::string &resource) {
     static const std::map<std::string, std::string> kRefusals{
         {"ControlDRLC",
          "the service did not store the event; retry in 5 s, then look into its log"},
-        {"GetDRLCOverride", "the appliance has not confirmed a level since the service started; "
-                            "retry in 5 s, then check that the appliance answers"},
         {"GetDefrostReservations",
          "the service has no reservations it could show; retry in 5 s, then look into its log"},
         {"CreateDefrostReservations",
@@ -53,8 +51,10 @@ std::string sentenceFor(const Reply &reply, const std::string &resource, const E
             return "all reservation places are taken; remove one with: corvanectl defrost remove "
                    "ID";
         return refusalOf(resource);
-    case 503:
-        return "the service is starting; retry in " + std::to_string(reply.maxAgeSec) + " s";
+    case 503: // starting, stopping or busy: the service tells which
+        return "the service cannot answer now" +
+               (reply.payload.empty() ? "" : ": " + printable(reply.payload, kMaxReason)) +
+               "; retry in " + std::to_string(reply.maxAgeSec) + " s";
     default:
         const std::string digits = std::to_string(reply.code);
         return "unexpected answer " + digits.substr(0, 1) + "." + digits.substr(1) + " to " +

@@ -29,12 +29,14 @@ TEST(Answers, RefusalWithoutANumberHasTheSentenceOfItsCommand) {
     EXPECT_THAT(sentence(409, R"({"result":0})", "CreateDefrostReservations"),
                 HasSubstr("did not store the reservation"));
     EXPECT_THAT(sentence(409, R"({"result":0})", "GetDRLCOverride"),
-                HasSubstr("has not confirmed a level"));
+                HasSubstr("refused GetDRLCOverride"));
     EXPECT_THAT(sentence(409, "not json", "ControlOverride"), HasSubstr("refused ControlOverride"));
 }
 
-TEST(Answers, ServiceThatStartsSaysWhenToRetry) {
-    EXPECT_EQ(sentence(503, "", "ControlDRLC"), "the service is starting; retry in 5 s");
+TEST(Answers, ServiceThatCannotAnswerNowSaysWhyAndWhenToRetry) {
+    EXPECT_EQ(sentence(503, "too many requests wait", "ControlDRLC"),
+              "the service cannot answer now: too many requests wait; retry in 5 s");
+    EXPECT_EQ(sentence(503, "", "ControlDRLC"), "the service cannot answer now; retry in 5 s");
 }
 
 TEST(Answers, RejectedRequestQuotesTheReasonOnOneLine) {

@@ -218,19 +218,21 @@ TEST_F(Commands, EventOfAnotherServicesFilesIsNotShown) {
 
 TEST_F(Commands, StatusShowsWhatIsThereWhileTheServiceStarts) {
     answerAll();
-    service_.answer("GetEnergyConsumption", {503, "", 5});
+    service_.answer("GetEnergyConsumption", {503, "not ready", 5});
     ASSERT_EQ(corvanectl({"status"}), 0);
-    EXPECT_THAT(out_.str(),
-                HasSubstr("this month    unknown (the service is starting; retry in 5 s)"));
+    EXPECT_THAT(
+        out_.str(),
+        HasSubstr(
+            "this month    unknown (the service cannot answer now: not ready; retry in 5 s)"));
 }
 
 TEST_F(Commands, StatusOfAServiceThatHasNothingYetIsOneLine) {
     for (const char *resource : {"GetDRLCOverride", "GetDefrostBlock", "GetDelayDefrost",
                                  "GetDefrostReservations", "GetEnergyConsumption"})
-        service_.answer(resource, {503, "", 7});
+        service_.answer(resource, {503, "not ready", 7});
     EXPECT_EQ(corvanectl({"status"}), 1);
     EXPECT_EQ(out_.str(), "");
-    EXPECT_EQ(err_.str(), "corvanectl: the service is starting; retry in 7 s\n");
+    EXPECT_EQ(err_.str(), "corvanectl: the service cannot answer now: not ready; retry in 7 s\n");
 }
 
 TEST_F(Commands, SilenceEndsWithTheTimeOut) {
