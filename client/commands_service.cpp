@@ -45,24 +45,30 @@ Piece<nlohmann::json> tryToAsk(CoapClient &client, const std::string &resource) 
     return {reply.object(), {}, {}};
 }
 
-/* A member of an answer; -1 is the service's own "not known yet". */
+/* A member of an answer. An override or a defrost delay of -1 is one whose setting holds no state;
+ * a level is never negative. */
 Piece<int> numberOf(const Piece<nlohmann::json> &answer, const char *name,
                     const std::string &resource) {
     if (!answer.value)
         return {{}, answer.missing, {}};
     const int value = member<int>(*answer.value, name, resource);
     if (value < 0)
-        return {{}, "the service does not know it yet", {}};
+        return {{}, "the service does not know it", {}};
     return {value, {}, {}};
 }
 
-/* The setting in which the service keeps the value, where its answer leaves it open. */
-void fallBackTo(const LocalState &local, const std::string &key, Piece<int> &piece) {
-    if (piece.value)
-        return;
-    const Piece<int> stored = local.integer(key);
-    if (stored.value)
+/* The setting in which the service keeps the value, where there is no answer. */
+void fallBackTo(const Piece<int> &stored, Piece<int> &piece) {
+    if (!piece.value && stored.value && *stored.value >= 0)
         piece = {stored.value, {}, "as last stored, not yet confirmed"};
+}
+
+/* After its start the service answers level 0 until the appliance confirms one; that this is not
+ * what the appliance last did is told by the setting alone. */
+void compareLevel(const Piece<int> &stored, Piece<int> &level) {
+    if (level.value && stored.value && *level.value != *stored.value)
+        level.note = "last stored: " + std::to_string(*stored.value) +
+                     "; not confirmed since the service started";
 }
 
 Piece<EventReport> eventByBlock(const Piece<int> &block) {
@@ -110,8 +116,10 @@ StatusReport collectStatus(const Context &context) {
     report.defrostActive.missing = kOnlyLocal;
     if (context.endpoint.isLoopback()) {
         const LocalState local(environmentFolders());
-        fallBackTo(local, "db/corvane/dr/level", report.level);
-        fallBackTo(local, "db/corvane/dr/override", report.override);
+        const Piece<int> storedLevel = local.integer("db/corvane/dr/level");
+        fallBackTo(storedLevel, report.level);
+        compareLevel(storedLevel, report.level);
+        fallBackTo(local.integer("db/corvane/dr/override"), report.override);
         report.defrostActive = local.integer("db/corvane/defrost/activate");
         addDetails(local.event(), report);
     }

@@ -182,6 +182,19 @@ TEST_F(Commands, StatusReadsWhatOnlyTheFilesTell) {
     EXPECT_TRUE(printed()["override"].is_null());
 }
 
+TEST_F(Commands, LevelThatDiffersFromTheStoredOneIsShownAsNotConfirmed) {
+    answerAll();
+    service_.answer("GetDRLCOverride", {205, R"({"result":1,"level":0,"override":0})"});
+    ASSERT_EQ(corvanectl({"settings", "set", "db/corvane/dr/level", "3"}), 0);
+    ASSERT_EQ(corvanectl({"status", "--json"}), 0) << err_.str();
+    EXPECT_EQ(printed()["level"], 0);
+    EXPECT_EQ(printed()["notes"]["level"],
+              "last stored: 3; not confirmed since the service started");
+    ASSERT_EQ(corvanectl({"settings", "set", "db/corvane/dr/level", "0"}), 0);
+    ASSERT_EQ(corvanectl({"status", "--json"}), 0) << err_.str();
+    EXPECT_FALSE(printed()["notes"].contains("level"));
+}
+
 TEST_F(Commands, SettingsThatAreOnlyReadMakeNoFolder) {
     ASSERT_EQ(corvanectl({"settings", "set", "db/corvane/dr/level", "3"}), 0);
     std::filesystem::remove_all(folder_ + "/runtime");
