@@ -1,3 +1,7 @@
+/*
+ * What both rigs have in common: names of settings that belong to one test alone, since on the
+ * Linux platform all tests of a process share one settings store.
+ */
 #include "rig.h"
 
 #include <gtest/gtest.h>

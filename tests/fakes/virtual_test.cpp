@@ -1,3 +1,8 @@
+/*
+ * The fixture around a test in virtual time: SetUp() resets the fakes and starts the clock, and
+ * TearDown() ends the service's main loop if the test has not, counts the threads left behind, and
+ * prints what was kept from standard output if the test has failed.
+ */
 #include "virtual_test.h"
 
 #include <cerrno>
