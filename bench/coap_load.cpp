@@ -1,10 +1,11 @@
 // How fast the remote proxy answers: ControlOverride requests over UDP on loopback, first one at a
-// time (latency), then with many in flight (throughput). With an address it loads the service that
-// runs there; without one it forks a proxy of its own whose handler answers at once, so that the
+// time (latency), then with many in flight (throughput). With a port it loads the service that
+// listens there; without one it forks a proxy of its own whose handler answers at once, so that the
 // figures are those of the proxy alone.
+#include "percentiles.h"
+
 #include "proxy/lifecycle.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
@@ -23,6 +24,7 @@
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 // NOLINTBEGIN(concurrency-mt-unsafe): the client has one thread, and so has the proxy's process
@@ -75,8 +77,7 @@ std::int64_t answeredNumber(const std::uint8_t *datagram, ssize_t size) {
 }
 
 struct Figures {
-    double p50Micros;
-    double p99Micros;
+    std::vector<double> micros;
     double requestsPerSec;
 };
 
@@ -101,13 +102,12 @@ Figures load(int fd, std::uint32_t firstNumber, std::uint32_t count, std::uint32
             Micros(Clock::now() - sentAt[static_cast<std::size_t>(number - firstNumber)]).count());
     }
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    std::sort(micros.begin(), micros.end());
-    return {micros[count / 2], micros[count * 99 / 100], count / seconds};
+    return {std::move(micros), count / seconds};
 }
 
-void print(const char *name, const Figures &figures) {
-    std::printf("%-22s p50 %7.1f us   p99 %7.1f us   %8.0f requests/s\n", name, figures.p50Micros,
-                figures.p99Micros, figures.requestsPerSec);
+void print(const char *name, Figures figures) {
+    corvane::bench::printPercentiles(name, figures.micros);
+    std::printf("%-44s %7.0f requests/s\n", name, figures.requestsPerSec);
 }
 
 // The child's whole life: a proxy with one handler, until its parent ends it.
