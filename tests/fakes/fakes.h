@@ -52,6 +52,10 @@ struct Entry {
 // Forgets the trace and every other record (writes, log lines, posts, calls), keeps all state.
 void clearRecords();
 
+// Whatever is recorded with this text takes so long from now on, to whoever does it and with all
+// that it holds. One text at a time; 0 for none.
+void pauseAt(const std::string &text, double sec);
+
 void reset();
 
 // The service's process ends and another begins: registrations, handlers and callbacks under way
@@ -243,6 +247,8 @@ struct ReservationNotification {
     std::vector<KestDefrostReservation> entries;
 };
 [[nodiscard]] std::vector<ReservationNotification> reservationNotifications();
+
+void answerNotifications(int result); // of every one from now on; 0 after reset()
 
 // The platform's promise before terminate: waits for the running handler, refuses from then on.
 // The loop calls it; tests without a loop may.

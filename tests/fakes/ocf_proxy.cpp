@@ -42,6 +42,7 @@ Handlers installed{};
 std::vector<Command> declared;
 std::vector<std::string> sent;
 std::vector<ReservationNotification> sentReservations;
+int notificationAnswer = 0;
 
 void workOnRequests() {
     virtualtime::nameThread("proxy");
@@ -117,7 +118,7 @@ int notify(const std::string &text) {
     record(Kind::Notification, text);
     const std::lock_guard lock(mutex);
     sent.push_back(text);
-    return 0;
+    return notificationAnswer;
 }
 
 } // namespace
@@ -378,6 +379,11 @@ std::vector<ReservationNotification> reservationNotifications() {
     return sentReservations;
 }
 
+void answerNotifications(int result) {
+    const std::lock_guard lock(mutex);
+    notificationAnswer = result;
+}
+
 void quiesce() {
     std::thread ending;
     {
@@ -410,7 +416,10 @@ void clearProxy() {
     sentReservations.clear();
 }
 
-void resetProxy() { forgetHandlers(); }
+void resetProxy() {
+    forgetHandlers();
+    proxy::answerNotifications(0);
+}
 
 } // namespace internal
 } // namespace fakes

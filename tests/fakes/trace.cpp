@@ -4,6 +4,7 @@
 #include "fakes.h"
 #include "internal.h"
 #include "storage.h"
+#include "virtual_time.h"
 
 #include <algorithm>
 #include <ctime>
@@ -14,7 +15,9 @@ namespace fakes {
 namespace {
 
 std::mutex traceMutex;
-std::vector<Entry> entries; // guarded by traceMutex
+std::vector<Entry> entries; // guarded by traceMutex, as is the rest
+std::string pauseText;
+double pauseSec = 0;
 
 bool isWanted(const Entry &entry, std::initializer_list<Kind> kinds) {
     return kinds.size() == 0 || std::find(kinds.begin(), kinds.end(), entry.kind) != kinds.end();
@@ -32,8 +35,15 @@ std::int64_t systemClockNs() {
 
 void record(Kind kind, std::string text) {
     const std::int64_t now = systemClockNs();
-    const std::lock_guard lock(traceMutex);
-    entries.push_back({kind, std::move(text), now});
+    double sec = 0;
+    {
+        const std::lock_guard lock(traceMutex);
+        sec = text == pauseText ? pauseSec : 0;
+        entries.push_back({kind, std::move(text), now});
+    }
+    if (sec > 0) {
+        virtualtime::sleepSec(sec);
+    }
 }
 
 } // namespace internal
@@ -64,6 +74,12 @@ std::vector<std::string> texts(std::initializer_list<Kind> kinds) {
     return wanted;
 }
 
+void pauseAt(const std::string &text, double sec) {
+    const std::lock_guard lock(traceMutex);
+    pauseText = text;
+    pauseSec = sec;
+}
+
 void clearRecords() {
     {
         const std::lock_guard lock(traceMutex);
@@ -85,6 +101,7 @@ void newProcess() {
 
 void reset() {
     clearRecords();
+    pauseAt("", 0);
     internal::resetLog();
     internal::resetSettings();
     internal::resetLoop();

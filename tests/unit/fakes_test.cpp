@@ -532,8 +532,8 @@ TEST_F(FixtureTest, ServiceStartsAgainAsAnotherProcess) {
 
 TEST_F(FixtureTest, SameSeedTracesTheSameLifeOfTheService) {
     const std::vector<std::string> once = dayOfEvents();
-    VirtualTest::TearDown();
-    VirtualTest::SetUp();
+    ServiceTest::TearDown();
+    ServiceTest::SetUp();
     EXPECT_EQ(dayOfEvents(), once);
 }
 

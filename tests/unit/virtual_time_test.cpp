@@ -105,7 +105,7 @@ TEST(VirtualTime, EveryClockTellsTheSameTime) {
 TEST(VirtualTime, EverySleepCallSleepsItsLength) {
     run([] {
         EXPECT_EQ(usleep(500), 0);
-        EXPECT_EQ(::sleep(2), 0U);
+        EXPECT_EQ(::sleep(2), 0U); // NOLINT(concurrency-mt-unsafe)
         const timespec halfSecond{0, 500'000'000};
         EXPECT_EQ(nanosleep(&halfSecond, nullptr), 0);
         EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, 0, &halfSecond, nullptr), 0);
