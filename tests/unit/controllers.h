@@ -151,6 +151,27 @@ protected:
         waiting.join();
         return waited;
     }
+
+    // Whether the operation waits for the mutex while somebody is at what the trace shows as this
+    // text: the holder, or the worker in a pass that begins within ten milliseconds.
+    static bool waitsWhileAt(
+        const std::string &text, const std::function<void()> &operation,
+        const std::function<void()> &holder = [] {}) {
+        fakes::pauseAt(text, 0.1);
+        std::thread holding(holder);
+        virtualtime::sleepMs(10);
+        std::atomic<bool> done = false;
+        std::thread waiting([&] {
+            operation();
+            done = true;
+        });
+        virtualtime::sleepMs(10);
+        const bool waited = !done;
+        holding.join();
+        waiting.join();
+        fakes::pauseAt("", 0);
+        return waited;
+    }
 };
 
 } // namespace controllers

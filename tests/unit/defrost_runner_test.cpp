@@ -22,6 +22,10 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
+constexpr const char *kCreate =
+    "CREATE TABLE IF NOT EXISTS defrost_usage_table(\t\t\t   id NUMERIC(4) NOT NULL PRIMARY "
+    "KEY,\t\t\t   description TEXT NOT NULL,\t\t\t   startTime TEXT NOT NULL, \t\t\t   "
+    "endTime TEXT NOT NULL, \t\t\t   period TEXT NOT NULL);";
 constexpr const char *kInsertSummer =
     "INSERT INTO defrost_usage_table (id, description, startTime, endTime, period) values('0', "
     "'Summer Season', '0000-05-01T15:00:00', '0000-10-31T00:00:00', '04:00:00');";
@@ -91,16 +95,13 @@ TEST_F(DefrostRunner, StartUpRestoresTheStateThenPutsTheDefaultsInThenRegisters)
     startAt("2026-05-01T10:03:00", 1, 1);
     EXPECT_THAT(
         fakes::texts({Kind::Setting, Kind::Notification, Kind::Sql, Kind::Watch, Kind::Proxy}),
-        ElementsAre(
-            setting(kDefrostStatus, 1), "SendDelayDefrostNotify(true)",
-            setting(kDefrostActivate, 1), command("ENABLE"),
-            "CREATE TABLE IF NOT EXISTS defrost_usage_table(\t\t\t   id NUMERIC(4) NOT NULL "
-            "PRIMARY KEY,\t\t\t   description TEXT NOT NULL,\t\t\t   startTime TEXT NOT NULL, "
-            "\t\t\t   endTime TEXT NOT NULL, \t\t\t   period TEXT NOT NULL);",
-            kInsertSummer, kInsertWinter, kSelectDescending,
-            "KestRegisterCreateDefrostReservationsFunc", "KestRegisterSetDefrostReservationsFunc",
-            "KestRegisterDelDefrostReservationsFunc", "KestRegisterGetDefrostReservationsFunc",
-            "KestRegisterSetDelayDefrostFunc", "KestRegisterGetDelayDefrostFunc"));
+        ElementsAre(setting(kDefrostStatus, 1), "SendDelayDefrostNotify(true)",
+                    setting(kDefrostActivate, 1), command("ENABLE"), kCreate, kInsertSummer,
+                    kInsertWinter, kSelectDescending, "KestRegisterCreateDefrostReservationsFunc",
+                    "KestRegisterSetDefrostReservationsFunc",
+                    "KestRegisterDelDefrostReservationsFunc",
+                    "KestRegisterGetDefrostReservationsFunc", "KestRegisterSetDelayDefrostFunc",
+                    "KestRegisterGetDelayDefrostFunc"));
     EXPECT_THAT(storageCalls(),
                 ElementsAre("open", "exec", "exec", "exec", "close", "open", "prepare", "close"));
 }
@@ -134,6 +135,17 @@ TEST_F(DefrostRunner, ActiveThatCannotBeReadTakesTheEnablesValueAndDisabledIsCom
         fakes::settings::failReads(kDefrostActivate, one.active ? 0 : fakes::settings::kAlways);
         startAt("2026-05-01T10:03:00");
         EXPECT_EQ(effects(), one.effectsExpected);
+    }
+}
+
+TEST_F(DefrostRunner, StartUpHoldsTheMutexWhileItCommandsAndWhileItUsesTheTable) {
+    startAt("2026-05-01T10:03:00", 0, -1); // only the repeated command is sent
+    for (const std::string &text :
+         {command("DISABLE"), std::string(kCreate), std::string(kInsertSummer),
+          std::string(kInsertWinter), std::string(kSelectDescending)}) {
+        EXPECT_TRUE(waitsWhileAt(
+            text, [this] { alone().getActive(); }, [this] { alone()._initialize(); }))
+            << text;
     }
 }
 
@@ -438,6 +450,7 @@ TEST_F(DefrostRunner, SummerGivesWayToWinterAtMidnight) {
     EXPECT_TRUE(fakes::log::has("Defrost] description : Summer Season"));
     fakes::clearRecords();
     advance(1);
+    ASSERT_THAT(messagesOf("DefrostDelay.cpp"), Not(IsEmpty()));
     EXPECT_EQ(messagesOf("DefrostDelay.cpp").front(), "Defrost] current Schedule ============");
     EXPECT_TRUE(fakes::log::has("Defrost] description : Winter Season"));
     advanceTo("2026-11-01T10:00:05");
@@ -463,6 +476,7 @@ TEST_F(DefrostRunner, RemoteReservationsWinHighestIdFirstAsFarAsTheirSeasonHolds
              {{kSummer, kWinter, always(2)}, "2"}}) {
         replaceReservations(rows);
         advance(1);
+        ASSERT_GE(messagesOf("DefrostDelay.cpp").size(), 2U);
         EXPECT_EQ(messagesOf("DefrostDelay.cpp")[1], std::string("Defrost] id : ") + id);
         EXPECT_EQ(alone().getActive(), id == std::string("0") ? 0 : 1);
     }
@@ -566,6 +580,12 @@ TEST_F(DefrostRunner, StateIsRepeatedEveryTenMinutes) {
     advance(3600);
     EXPECT_EQ(timesOfCommand("DISABLE"), kTenthMinutes);
     EXPECT_FALSE(fakes::log::has("Defrost] Disable"));
+}
+
+TEST_F(DefrostRunner, StateIsRepeatedWithTheMutexHeld) {
+    startAt("2026-05-01T10:03:00", 1, 0);
+    advanceTo("2026-05-01T10:09:59.995");
+    EXPECT_TRUE(waitsWhileAt(command("DISABLE"), [this] { alone().getActive(); }));
 }
 
 TEST_F(DefrostRunner, StateIsRepeatedWhileSwitchedOffWithARemark) {

@@ -168,6 +168,14 @@ TEST_F(DefrostState, EveryOperationWaitsForTheControllersMutex) {
     }
 }
 
+TEST_F(DefrostState, LoadingHoldsTheMutexFromTheSelectToTheLastReservation) {
+    for (const char *text :
+         {"SELECT * FROM defrost_usage_table ORDER BY id DESC", "Defrost] id : 0"}) {
+        const auto ask = [this] { EXPECT_THAT(defrost().getSchedules(), SizeIs(2)); };
+        EXPECT_TRUE(waitsWhileAt(text, ask, [this] { defrost().initSchedules(); })) << text;
+    }
+}
+
 TEST_F(DefrostState, DroppedReservationsAreGoneFromMemoryOnly) {
     EXPECT_THAT(defrost().getSchedules(), SizeIs(2));
     defrost().deleteSchedules();

@@ -174,7 +174,9 @@ TEST_F(DrHandlers, EventWithoutADurationLastsFourAndAHalfHours) {
         SCOPED_TRACE(duration);
         fakes::clearRecords();
         KestDrlcInfo info = requestOf("2", duration, "14:00:00");
-        EXPECT_EQ(controlDrlc(&info), 1);
+        int answer = 0;
+        ASSERT_NO_THROW(answer = fakes::proxy::handlers().controlDrlc(&info));
+        EXPECT_EQ(answer, 1);
         EXPECT_TRUE(fakes::log::has("_infos->duration : " + duration +
                                     ", size : " + std::to_string(duration.size())));
         EXPECT_EQ(priorityOf("No Have Duration Data - set 04:30:00"), DLOG_DEBUG);
@@ -338,6 +340,20 @@ TEST_F(DrHandlers, NewEventAlwaysTakesTheOldOnesPlace) {
     EXPECT_THAT(storageCalls(), ElementsAre("open", "prepare", "exec", "close", "open", "exec",
                                             "close", "open", "prepare", "close"));
     EXPECT_THAT(storedEvents(), ElementsAre(Texts{"0", "3", "02:00:00", "2026-05-01T16:00:00"}));
+}
+
+TEST_F(DrHandlers, NewEventAlsoTakesThePlaceOfARowThatIsNoEvent) {
+    storeEvent("0", "01:00:00", "2026-05-01T12:00:00");
+    const std::string insert = insertOf("2", "01:00:00", "2026-05-01T14:00:00");
+    fakes::pauseAt(insert, 1); // beside the old row it would be repeated for ever
+    std::thread remoteSide([] { EXPECT_EQ(controlDrlc("2", "01:00:00", "14:00:00"), 1); });
+    advance(5);
+    EXPECT_EQ(fakes::storage::attempts(insert), 1);
+    EXPECT_THAT(storedEvents(), ElementsAre(Texts{"0", "2", "01:00:00", "2026-05-01T14:00:00"}));
+    if (fakes::storage::attempts(insert) > 1) {
+        fakes::storage::execute(kFile, "DELETE FROM dr_usage_table");
+    }
+    remoteSide.join();
 }
 
 TEST_F(DrHandlers, DefrostDelayIsDroppedAfterTheInsertAndBeforeTheBlock) {

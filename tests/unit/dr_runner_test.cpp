@@ -240,6 +240,12 @@ TEST_F(DrRunner, CommandIsRepeatedAtEveryTenthMinuteWithoutAnEvent) {
                             "2026-05-01T10:40:00", "2026-05-01T10:50:00", "2026-05-01T11:00:00"));
 }
 
+TEST_F(DrRunner, CommandIsRepeatedWithTheMutexHeld) {
+    startAt("2026-05-01T10:03:00");
+    advanceTo("2026-05-01T10:09:59.995");
+    EXPECT_TRUE(waitsWhileAt(command("LEVEL_NORMAL"), [this] { alone().getLevel(); }));
+}
+
 TEST_F(DrRunner, PersistedLevelIsWhatIsRepeated) {
     setKeys(3, 0);
     startAt("2026-05-01T10:09:58.4");

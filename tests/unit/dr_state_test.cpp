@@ -11,6 +11,11 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
+constexpr const char *kCreate =
+    "CREATE TABLE IF NOT EXISTS dr_usage_table(\t\t\t   rowid INTEGER PRIMARY KEY "
+    "AUTOINCREMENT,\t\t\t   drlcLevel NUMERIC(4) NOT NULL, \t\t\t   duration TEXT NOT "
+    "NULL, \t\t\t   drlcStartTime TEXT NOT NULL);";
+
 class DrState : public ControllerTest {
 protected:
     // A controller alone, its first pass done, the next one half a second away.
@@ -53,6 +58,13 @@ TEST_F(DrState, OverrideIsPersistedAndLoggedAndAnnouncedOnlyWhenOffOrOn) {
         EXPECT_EQ(fakes::texts(), expected);
         EXPECT_EQ(priorityOf(message), DLOG_DEBUG);
     }
+}
+
+TEST_F(DrState, SettingTheOverrideAnswersWhatItsAnnouncementDoesAndZeroWithoutOne) {
+    fakes::proxy::answerNotifications(-7);
+    EXPECT_EQ(dr().setOverride(0), -7);
+    EXPECT_EQ(dr().setOverride(1), -7);
+    EXPECT_EQ(dr().setOverride(2), 0);
 }
 
 TEST_F(DrState, ConfirmedLevelIsPersistedLoggedAndAnnouncedWhateverItIsAndNeverCommanded) {
@@ -253,7 +265,8 @@ TEST_F(DrState, EveryOperationWaitsForTheControllersMutex) {
         {"isActiveInit", [this] { dr().isActiveInit(); }},
         {"loadSchedule", [this] { dr().loadSchedule(); }},
         {"haveSchedule", [this] { dr().haveSchedule(); }},
-        {"_sendToDB", [this] { dr()._sendToDB("2", "01:00:00", "12:00:00"); }}};
+        {"_sendToDB", [this] { dr()._sendToDB("2", "01:00:00", "12:00:00"); }},
+        {"_deleteStored", [this] { dr()._deleteStored(); }}};
     for (const auto &[name, operation] : operations) {
         EXPECT_TRUE(waitsForMutex([this] { dr().haveSchedule(); }, operation)) << name;
     }
@@ -263,6 +276,29 @@ TEST_F(DrState, ResetHoldsTheMutexUntilItIsDone) {
     dr().setLevel(3);
     EXPECT_TRUE(
         waitsForMutex([this] { dr().isActiveInit(); }, [this] { EXPECT_EQ(dr().getLevel(), 0); }));
+}
+
+TEST_F(DrState, OperationsHoldTheMutexWhileTheyUseTheTableOrCommand) {
+    const std::string select = "SELECT * FROM dr_usage_table ORDER BY rowid DESC LIMIT 1";
+    const std::string insert = "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, "
+                               "drlcStartTime) values('0', '2', '01:00:00', "
+                               "'2026-05-01T12:00:00');";
+    const std::vector<std::pair<std::string, std::function<void()>>> operations{
+        {command("LEVEL1"), [this] { dr().setSendLevel(1); }},
+        {insert, [this] { dr()._sendToDB("2", "01:00:00", "12:00:00"); }},
+        {select, [this] { dr().loadSchedule(); }},
+        {"duration : 01:00:00", [this] { dr().loadSchedule(); }}, // its last line
+        {"DELETE from dr_usage_table;", [this] { dr()._deleteStored(); }}};
+    for (const auto &[text, operation] : operations) {
+        EXPECT_TRUE(waitsWhileAt(
+            text, [this] { dr().getLevel(); }, operation))
+            << text;
+    }
+}
+
+TEST_F(DrState, StartUpHoldsTheMutexWhileItCreatesItsTable) {
+    EXPECT_TRUE(waitsWhileAt(
+        kCreate, [this] { dr().getLevel(); }, [this] { dr()._initialize(); }));
 }
 
 TEST_F(DrState, ScheduleIsHandedOutAsACopy) {

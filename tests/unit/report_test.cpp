@@ -386,6 +386,17 @@ TEST_F(ReportTest, MonthThatBeginsWhileRunningDropsOnceMore) {
                 ElementsAre("2025120100 2", "2026053123 3", "2026060100 3", "2026060101 3"));
 }
 
+TEST_F(ReportTest, DisplayIsSampledBeforeTheMonthIsLookedAt) {
+    makeSettledReport("2026-05-31T23:59:50");
+    sampleOnce(4'000'001);
+    advanceTo("2026-05-31T23:59:59.5");
+    clearRecords();
+    power::set(5);
+    advance(1);
+    EXPECT_THAT(texts({Kind::Log}), ElementsAre("REPORT] OVER LCD MAX ENERGY : 4000001",
+                                                "REPORT] delete date : 2025120000"));
+}
+
 TEST_F(ReportTest, SameMonthOfAnotherYearIsNoNewMonth) {
     makeSettledReport("2026-05-31T10:00:00");
     virtualtime::setClock("2027-05-31T10:00:00");
@@ -981,6 +992,20 @@ TEST_F(ReportMutexTest, SamplingWaitsForTheMutexWithItsReading) {
         const storage::Lock lock(kFile, storage::Lock::Kind::Exclusive);
         holder = std::thread([this] { report->checkRecord("2026050109"); });
         advance(5);
+    }
+    EXPECT_EQ(power::readings(), before + 1);
+    holder.join();
+}
+
+TEST_F(ReportMutexTest, DisplayIsReadBeforeTheHourIsLookedAt) {
+    makeSettledReport("2026-05-01T10:59:56"); // passes on whole seconds
+    advanceTo("2026-05-01T10:59:59.5");
+    const int before = power::readings();
+    std::thread holder;
+    {
+        const storage::Lock lock(kFile, storage::Lock::Kind::Exclusive);
+        holder = std::thread([this] { report->checkRecord("2026050109"); });
+        advance(1); // the new hour's key waits for the mutex
     }
     EXPECT_EQ(power::readings(), before + 1);
     holder.join();
