@@ -229,18 +229,17 @@ Status SettingsStore::Root::open() const {
 SettingsStore::SettingsStore() = default;
 SettingsStore::~SettingsStore() = default;
 
-SettingsStore::Roots SettingsStore::rootsIn(const Folders &folders) {
-    return {
-        std::unique_ptr<Root>(new Root{"db/", folders.state + "/settings/db", true}),
-        std::unique_ptr<Root>(new Root{"memory/", folders.runtime + "/settings/memory", false})};
+void SettingsStore::setRoots(const Folders &folders) {
+    roots_[0].reset(new Root{"db/", folders.state + "/settings/db", true});
+    roots_[1].reset(new Root{"memory/", folders.runtime + "/settings/memory", false});
 }
 
 Status SettingsStore::open(const Folders &folders) {
     Status status = makeFolders(folders);
     if (!status.ok())
         return status;
-    Roots roots = rootsIn(folders);
-    for (const auto &root : roots) {
+    setRoots(folders);
+    for (const auto &root : roots_) {
         status = root->open();
         if (!status.ok()) {
             status.text += std::string("; check ") +
@@ -248,14 +247,13 @@ Status SettingsStore::open(const Folders &folders) {
             return status;
         }
     }
-    roots_ = std::move(roots);
     return {};
 }
 
 Status SettingsStore::openExisting(const Folders &folders) {
     Status status = checkFolders(folders);
     if (status.ok())
-        roots_ = rootsIn(folders);
+        setRoots(folders);
     return status;
 }
 

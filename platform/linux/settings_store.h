@@ -84,13 +84,12 @@ public:
 private:
     friend class SettingsWatcher;
     struct Root;
-    using Roots = std::array<std::unique_ptr<Root>, 2>;
-    static Roots rootsIn(const Folders &folders);
+    void setRoots(const Folders &folders);
     const Root *rootOf(std::string_view key) const;
     Status readText(const std::string &key, std::string &text) const;
     Status readFile(const std::string &key, std::string &text, SettingsFile &file) const;
 
-    Roots roots_; // constant once opened
+    std::array<std::unique_ptr<Root>, 2> roots_; // constant once opened
 };
 
 } // namespace corvane::platform
