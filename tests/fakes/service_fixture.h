@@ -14,11 +14,13 @@
  *     }                                                    // stopped and checked for threads
  *
  * What there is
- *   time       advance(sec), advanceTo(utc), virtualtime::nowUtc(), elapsedMs(), setClock(utc),
- *              jumpClock(sec), sleepMs(ms), settle() (what is due now happens),
- * setZone("Asia/Seoul") service    startService(), startServiceAndOpenGate(), stopService() (exit
- * status), startLoop() for pieces that need settings or Wi-Fi callbacks, stopLoop() Micom
- * echoLevel(n), echoOverride(n), publishEnergy(a, b, c, d), micomCommands(), lastMicomCommand()
+ *   time       advance(sec), advanceTo(utc), setZone("Asia/Seoul"); of virtualtime: nowUtc(),
+ *              elapsedMs(), setClock(utc), jumpClock(sec), sleepMs(ms), and settle(), which lets
+ *              happen what is due now
+ *   service    startService(), startServiceAndOpenGate(), stopService() (exit status);
+ *              startLoop() for pieces that need settings or Wi-Fi callbacks, stopLoop()
+ *   Micom      echoLevel(n), echoOverride(n), publishEnergy(a, b, c, d), micomCommands(),
+ *              lastMicomCommand()
  *   settings   fakes::settings::set(key, value) as another process, getInt, getText, history,
  *              registrations, failReads(key, times), failWrites(key, times)
  *   log        fakes::log::messages(), lines(), has(text), count(text), find(text).priority;
