@@ -7,6 +7,8 @@
 // there. That saves two of four datagrams and a retransmission timer against a separate response.
 #include "coap_server.h"
 
+#include "dtls_support.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -162,6 +164,7 @@ std::string CoapServer::open(const ListenAddress &address, PskKeys keys) {
     coap_dtls_set_log_level(LOG_EMERG);
     keys_ = std::move(keys);
     wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    supportDtls(!keys_.empty());
     context_ = coap_new_context(nullptr);
     if (wakeFd_ < 0 || context_ == nullptr)
         return "out of memory or file descriptors";
