@@ -4,7 +4,9 @@
  * real.
  */
 #include <cerrno>
+#include <chrono>
 #include <ctime>
+#include <thread>
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -31,5 +33,7 @@ extern "C" int clock_nanosleep(clockid_t, int, const timespec *wanted, timespec 
 namespace virtualtime {
 
 void nameThread(const std::string &) {} // real threads go by no name
+
+void sleepSec(double sec) { std::this_thread::sleep_for(std::chrono::duration<double>(sec)); }
 
 } // namespace virtualtime
