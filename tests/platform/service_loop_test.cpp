@@ -22,7 +22,6 @@
 #include <thread>
 
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -297,16 +296,6 @@ TEST(StopBoundTest, BoundThatIsReachedCallsOnce) {
         calls.wait(0);
     }
     EXPECT_EQ(1, calls);
-}
-
-TEST(StopBoundTest, StopInTimeNeedsNoDescriptor) {
-    const Outcome outcome = runInChild([] {
-        rlimit none{};
-        setrlimit(RLIMIT_NOFILE, &none);
-        const StopBound bound(60s, [] { _exit(2); });
-        return 0;
-    });
-    EXPECT_EQ(0, outcome.status);
 }
 
 TEST(StopBoundTest, BoundThatIsNotReachedCallsNothing) {

@@ -22,7 +22,9 @@ JOURNAL = "/run/systemd/journal"
 
 def move_into_namespace():
     os.environ[MOVED] = "1"
-    unshare = ["unshare", "--net", "--mount"]
+    unshare = ["unshare", "--net"]
+    if os.path.isdir(JOURNAL):
+        unshare.append("--mount")
     if os.geteuid() != 0:
         unshare.insert(1, "--map-root-user")
     hide_journal = f'[ ! -d {JOURNAL} ] || mount -t tmpfs tmpfs {JOURNAL}; exec "$@"'
