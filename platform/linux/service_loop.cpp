@@ -6,6 +6,7 @@
 #include "service_loop.h"
 
 #include "folders.h"
+#include "instance_lock.h"
 #include "main_queue.h"
 #include "settings.h"
 #include "storage.h"
@@ -32,11 +33,13 @@ struct Service {
 
 using Event = std::unique_ptr<sd_event, decltype(&sd_event_unref)>;
 
-Status prepare(const ProxyLife &proxy) {
+Status prepare(const ProxyLife &proxy, InstanceLock &lock) {
     Folders folders;
     Status status = findFolders(folders);
     if (status.ok())
         status = Settings::instance().open();
+    if (status.ok())
+        status = lock.take(folders);
     if (status.ok())
         status = prepareStorage(folders.state);
     if (status.ok())
@@ -140,7 +143,8 @@ int runService(const service_app_lifecycle_callback_s &callbacks, void *userData
         sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-    if (const Status status = prepare(proxy); !status.ok())
+    InstanceLock lock;
+    if (const Status status = prepare(proxy, lock); !status.ok())
         return failed(status.text);
     Service service{callbacks, userData};
     Event event(nullptr, sd_event_unref);

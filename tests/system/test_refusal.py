@@ -34,6 +34,16 @@ class RefusalToStart(SystemTest):
         self.assert_refuses_to_start("127.0.0.1:5683", "in use", "CORVANE_COAP_LISTEN")
         self.assert_stops(first.service)
 
+    def test_SecondServiceOnTheFolders(self):
+        first = Instance("owner")
+        first.connect_wifi(0)
+        first.start_service().wait_for_output("wifi not connected")
+        for name in ("CORVANE_STATE_DIR", "CORVANE_RUNTIME_DIR"):
+            self.corvane.environment[name] = first.environment[name]
+        self.corvane.environment["CORVANE_COAP_LISTEN"] = "127.0.0.1:5684"
+        self.assert_refuses_to_start(first.state, "another service", "CORVANE_STATE_DIR")
+        self.assert_stops(first.service)
+
     def test_AddressThatIsNone(self):
         self.corvane.environment["CORVANE_COAP_LISTEN"] = "localhost"
         self.assert_refuses_to_start('"localhost"', "CORVANE_COAP_LISTEN")
