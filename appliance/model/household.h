@@ -1,0 +1,43 @@
+/*
+ * The people around the refrigerator: when they open its doors, put shopping in and take ice. A
+ * day's plan is a pure function of the seed and the local date, so nothing has to be saved, and a
+ * jump of the clock finds the right plan.
+ */
+#ifndef CORVANE_APPLIANCE_MODEL_HOUSEHOLD_H
+#define CORVANE_APPLIANCE_MODEL_HOUSEHOLD_H
+
+#include <cstdint>
+#include <vector>
+
+#include "model_time.h"
+
+namespace corvane::appliance {
+
+enum class Compartment { Fridge, Freezer };
+
+/* One door opening. Openings of one door do not overlap and end within their day. */
+struct DoorOpening {
+    TimeMs startMs = 0; // since local midnight
+    TimeMs endMs = 0;
+    Compartment compartment = Compartment::Fridge;
+    double goodsJoule = 0; // heat of warm goods put in at the start
+    bool takesIce = false; // one batch of ice is taken at the start
+};
+
+class Household {
+public:
+    explicit Household(std::uint64_t seed) : seed_(seed) {}
+
+    /*
+     * The openings of a local day (days since 1970-01-01), by start: about 30 of the fridge and 6
+     * of the freezer, most at meal times, with shopping twice a week.
+     */
+    [[nodiscard]] std::vector<DoorOpening> plan(std::int64_t localDay) const;
+
+private:
+    std::uint64_t seed_;
+};
+
+} // namespace corvane::appliance
+
+#endif
