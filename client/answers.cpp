@@ -5,6 +5,7 @@
 #include "answers.h"
 
 #include "errors.h"
+#include "text.h"
 
 #include <cstdint>
 #include <map>
@@ -94,16 +95,12 @@ nlohmann::json order(CoapClient &client, const std::string &resource, const nloh
 }
 
 std::string printable(const std::string &text, std::size_t limit) {
-    std::string clean;
-    std::size_t characters = 0;
-    for (const char c : text) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        const bool begins = (byte & 0xc0) != 0x80; // else it continues a UTF-8 character
-        if (begins && characters == limit)
-            return clean + "...";
-        if (begins)
-            ++characters;
-        clean += byte < 0x20 || byte == 0x7f ? '?' : c;
+    const std::string clean = platform::cleaned(text);
+    std::size_t position = 0;
+    for (std::size_t count = 0; position < clean.size(); ++count) {
+        if (count == limit)
+            return clean.substr(0, position) + "...";
+        (void)platform::nextCharacter(clean, position); // cleaned() has left none that is malformed
     }
     return clean;
 }

@@ -132,7 +132,7 @@ StatusReport collectStatus(const Context &context) {
 CoapClient Context::connect() const {
     std::optional<Credentials> credentials;
     if (endpoint.secure)
-        credentials = readCredentialsFile(pskFile, identity);
+        credentials = readCredentials(pskFile, identity);
     return {endpoint, credentials, timeoutSec};
 }
 

@@ -1,18 +1,15 @@
 /*
- * Reading of --url and --psk-file. Both are small enough to be read by hand, which lets every
- * message name the part that is wrong.
+ * Reading of --url, by hand, which lets every message name the part that is wrong; and the choice
+ * of a key.
  */
 #include "endpoint.h"
 
 #include "errors.h"
+#include "psk_file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
-#include <optional>
-#include <system_error>
 
 namespace corvane::client {
 namespace {
@@ -35,19 +32,6 @@ std::uint16_t parsePort(std::string_view url, std::string_view text) {
 
 bool isNameCharacter(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == '_';
-}
-
-std::optional<std::vector<std::uint8_t>> parseHex(std::string_view text) {
-    if (text.empty() || text.size() % 2 != 0)
-        return std::nullopt;
-    std::vector<std::uint8_t> bytes(text.size() / 2);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const char *digits = text.data() + 2 * i;
-        const auto [end, error] = std::from_chars(digits, digits + 2, bytes[i], 16);
-        if (error != std::errc() || end != digits + 2)
-            return std::nullopt;
-    }
-    return bytes;
 }
 
 } // namespace
@@ -104,44 +88,22 @@ Endpoint parseUrl(std::string_view url) {
     return endpoint;
 }
 
-Credentials readCredentials(std::istream &lines, const std::string &name,
-                            const std::string &identity) {
-    std::vector<Credentials> found;
-    std::string line;
-    for (int number = 1; std::getline(lines, line); ++number) {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        if (line.empty() || line.front() == '#')
-            continue;
-        const std::size_t colon = line.rfind(':');
-        std::optional<std::vector<std::uint8_t>> key;
-        if (colon != std::string::npos && colon > 0)
-            key = parseHex(std::string_view(line).substr(colon + 1));
-        if (!key)
-            throw CommandFailed("--psk-file " + name + ": line " + std::to_string(number) +
-                                " is not of the form identity:hex key; correct the line");
-        if (identity.empty() || line.compare(0, colon, identity) == 0)
-            found.push_back({line.substr(0, colon), *key});
-    }
-    if (found.empty() && identity.empty())
-        throw CommandFailed("--psk-file " + name +
-                            ": it holds no key; add a line of the form identity:hex key");
-    if (found.empty())
-        throw CommandFailed("--psk-file " + name + ": it holds no key for --identity " + identity +
-                            "; use an identity that it holds");
-    if (found.size() > 1 && identity.empty())
-        throw CommandFailed("--psk-file " + name + ": it holds " + std::to_string(found.size()) +
-                            " identities; choose one with --identity NAME");
-    return found.front();
-}
-
-Credentials readCredentialsFile(const std::string &path, const std::string &identity) {
-    std::ifstream file(path);
-    if (!file)
-        throw CommandFailed("--psk-file " + path +
-                            ": cannot be opened: " + std::generic_category().message(errno) +
-                            "; give a file that this user may read");
-    return readCredentials(file, path, identity);
+Credentials readCredentials(const std::string &path, const std::string &identity) {
+    const auto fail = [&path](const std::string &reason) -> CommandFailed {
+        return CommandFailed("--psk-file " + path + ": " + reason);
+    };
+    const auto read = platform::readPskFile(path);
+    if (const auto *error = std::get_if<platform::PskError>(&read))
+        throw fail(error->text + "; give a file of this user alone with lines identity:hex key");
+    const auto &keys = std::get<platform::PskKeys>(read);
+    if (identity.empty() && keys.size() > 1)
+        throw fail("it holds " + std::to_string(keys.size()) +
+                   " identities; choose one with --identity NAME");
+    const auto found = identity.empty() ? keys.begin() : keys.find(identity);
+    if (found == keys.end())
+        throw fail("it holds no key for --identity " + identity +
+                   "; use an identity that it holds");
+    return {found->first, found->second};
 }
 
 } // namespace corvane::client

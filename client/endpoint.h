@@ -5,7 +5,6 @@
 #define CORVANE_CLIENT_ENDPOINT_H
 
 #include <cstdint>
-#include <istream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,15 +35,10 @@ struct Credentials {
 };
 
 /*
- * Finds the key of an identity in lines of "identity:hex key"; blank lines and those that begin
- * with # are passed over. An empty identity means the only one there is. name is for messages;
- * throws CommandFailed, which never quotes a key.
+ * The key of an identity in a file of keys (psk_file.h); an empty identity means the only one there
+ * is. Throws CommandFailed, which never quotes a key.
  */
-Credentials readCredentials(std::istream &lines, const std::string &name,
-                            const std::string &identity);
-
-/* The same from a file. */
-Credentials readCredentialsFile(const std::string &path, const std::string &identity);
+Credentials readCredentials(const std::string &path, const std::string &identity);
 
 } // namespace corvane::client
 

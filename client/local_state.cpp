@@ -88,6 +88,9 @@ Piece<EventReport> LocalState::event() const {
     if (result != SQLITE_OK)
         return failure();
     sqlite3_busy_timeout(database.get(), kBusyMs);
+    if (sqlite3_table_column_metadata(database.get(), nullptr, "dr_usage_table", nullptr, nullptr,
+                                      nullptr, nullptr, nullptr, nullptr) == SQLITE_ERROR)
+        return {{}, "the service has not made its event table yet", {}};
 
     sqlite3_stmt *prepared = nullptr;
     if (sqlite3_prepare_v2(database.get(),

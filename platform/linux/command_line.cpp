@@ -4,6 +4,7 @@
 #include "command_line.h"
 
 #include "status.h"
+#include "text.h"
 
 #include <cstdio>
 
@@ -47,7 +48,7 @@ std::optional<int> answerCommandLine(int argc, char **argv) {
     (void)std::fprintf(
         stderr,
         "corvane: the argument %s is not known: the service takes none; see corvane --help\n",
-        quoted(argument).c_str());
+        inQuotes(argument).c_str());
     return 2;
 }
 

@@ -2,6 +2,7 @@
  * Where Corvane keeps its files: the environment decides, the defaults follow the usual places.
  */
 #include "folders.h"
+#include "text.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -22,7 +23,7 @@ Status fromVariable(const Environment &environment, const char *name, const char
     if (value == nullptr || *value == '\0')
         return {};
     if (*value != '/')
-        return {EINVAL, std::string(name) + " is " + quoted(value, kShownPath) +
+        return {EINVAL, std::string(name) + " is " + inQuotes(value, kShownPath) +
                             ", which is no absolute path; set it to one or leave it unset"};
     path = std::string(value) + suffix;
     return {};
@@ -93,9 +94,9 @@ int makeMissing(const std::string &path) {
 Status checkPrivate(const std::string &path) {
     struct stat found {};
     if (lstat(path.c_str(), &found) != 0)
-        return systemFailure(errno, "folder " + quoted(path, kShownPath) + " cannot be used");
+        return systemFailure(errno, "folder " + inQuotes(path, kShownPath) + " cannot be used");
     if (!S_ISDIR(found.st_mode) || found.st_uid != geteuid() || (found.st_mode & 077) != 0)
-        return {EPERM, "folder " + quoted(path, kShownPath) +
+        return {EPERM, "folder " + inQuotes(path, kShownPath) +
                            " cannot be used: it is not a folder of this user alone"};
     return {};
 }
@@ -125,7 +126,7 @@ Status findFolders(Folders &folders) {
 }
 
 Status makeFolder(const std::string &path) {
-    const std::string failure = "folder " + quoted(path, kShownPath) + " cannot be used";
+    const std::string failure = "folder " + inQuotes(path, kShownPath) + " cannot be used";
     if (const int code = makeMissing(path); code != 0)
         return systemFailure(code, failure);
     struct stat found {};

@@ -2,6 +2,7 @@
  * The locks of a running service on its folders.
  */
 #include "instance_lock.h"
+#include "text.h"
 
 #include <cerrno>
 #include <climits>
@@ -20,10 +21,10 @@ Status lockFolder(const std::string &folder, const char *name, const char *varia
     if (held >= 0 && flock(held, LOCK_EX | LOCK_NB) == 0)
         return {};
     if (errno == EWOULDBLOCK)
-        return {EWOULDBLOCK, "another service uses the folder " + quoted(folder, PATH_MAX) +
+        return {EWOULDBLOCK, "another service uses the folder " + inQuotes(folder, PATH_MAX) +
                                  "; stop it, or set " + variable +
                                  " to a folder of this one's own"};
-    return systemFailure(errno, "lock file " + quoted(path, PATH_MAX));
+    return systemFailure(errno, "lock file " + inQuotes(path, PATH_MAX));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include "settings_file.h"
 #include "settings_root.h"
+#include "text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -27,7 +28,9 @@ constexpr std::string_view kTempPrefix = ".new-";
 constexpr std::size_t kMaxLine = std::size_t{4} * kMaxSettingText + 100;
 constexpr std::size_t kMaxFileSize = kMaxLine * (kMinOldValues + 2);
 
-std::string keyText(std::string_view key) { return "settings key " + quoted(key, kMaxSettingKey); }
+std::string keyText(std::string_view key) {
+    return "settings key " + inQuotes(key, kMaxSettingKey);
+}
 
 /* ':' stands for '/', so that ':' and '%' themselves need another spelling. */
 std::string fileNameOf(std::string_view rest) {
@@ -216,13 +219,13 @@ Status SettingsStore::Root::open() const {
         return status;
     const Turn turn(path);
     if (turn.code() != 0)
-        return systemFailure(turn.code(), "settings folder " + quoted(path, PATH_MAX));
+        return systemFailure(turn.code(), "settings folder " + inQuotes(path, PATH_MAX));
     const auto sweep = [&turn](const char *name) {
         if (std::string_view(name).starts_with(kTempPrefix))
             unlinkat(turn.folder(), name, 0);
     };
     if (!forEachName(path, sweep))
-        return systemFailure(errno, "settings folder " + quoted(path, PATH_MAX));
+        return systemFailure(errno, "settings folder " + inQuotes(path, PATH_MAX));
     return {};
 }
 
@@ -274,7 +277,7 @@ Status SettingsStore::readFile(const std::string &key, std::string &text,
     Status status = readText(key, text);
     if (status.ok() && !parseSettingsFile(text, file))
         return {EBADMSG, keyText(key) + " cannot be read: the file " +
-                             quoted(rootOf(key)->pathOf(key), PATH_MAX) +
+                             inQuotes(rootOf(key)->pathOf(key), PATH_MAX) +
                              " is damaged; write the key anew"};
     return status;
 }
@@ -324,7 +327,7 @@ Status SettingsStore::list(std::vector<std::string> &keys) const {
                 found.push_back(std::move(key));
         };
         if (!forEachName(root->path, take) && errno != ENOENT) // see openExisting()
-            return systemFailure(errno, "settings folder " + quoted(root->path, PATH_MAX));
+            return systemFailure(errno, "settings folder " + inQuotes(root->path, PATH_MAX));
     }
     std::sort(found.begin(), found.end());
     keys = std::move(found);

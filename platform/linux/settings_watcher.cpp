@@ -7,6 +7,7 @@
 
 #include "settings_file.h"
 #include "settings_root.h"
+#include "text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -38,7 +39,7 @@ Status SettingsWatcher::open() {
         const std::string &path = store_.roots_[i]->path;
         descriptors_[i] = inotify_add_watch(fd_, path.c_str(), IN_MOVED_TO | IN_ONLYDIR);
         if (descriptors_[i] < 0)
-            return systemFailure(errno, "settings folder " + quoted(path, PATH_MAX) +
+            return systemFailure(errno, "settings folder " + inQuotes(path, PATH_MAX) +
                                             " cannot be watched");
     }
     return {};

@@ -5,9 +5,7 @@
 #ifndef CORVANE_PLATFORM_LINUX_STATUS_H
 #define CORVANE_PLATFORM_LINUX_STATUS_H
 
-#include <cstddef>
 #include <string>
-#include <string_view>
 
 namespace corvane::platform {
 
@@ -20,10 +18,6 @@ struct [[nodiscard]] Status {
 
 /* A failure told as "<what>: <the system's words for code>". */
 Status systemFailure(int code, const std::string &what);
-
-/* Text from outside, fit for a line of a log: in quotes, control characters as '?', cut at limit
- * bytes. */
-std::string quoted(std::string_view text, std::size_t limit = 40);
 
 } // namespace corvane::platform
 

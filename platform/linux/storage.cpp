@@ -4,6 +4,7 @@
 #include "storage.h"
 
 #include "folders.h"
+#include "text.h"
 
 #include <dlog.h>
 
@@ -91,7 +92,7 @@ int useExtraSynchronous(sqlite3 *connection, char **, const sqlite3_api_routines
         const char *name = sqlite3_db_filename(connection, "main");
         (void)__dlog_print(
             LOG_ID_MAIN, DLOG_WARN, "corvane", "storage: %s commits without synchronous=EXTRA: %s",
-            quoted(name == nullptr ? "" : name, 200).c_str(), sqlite3_errmsg(connection));
+            inQuotes(name == nullptr ? "" : name, 200).c_str(), sqlite3_errmsg(connection));
         // An error that stays on the connection would make it fail to open.
         sqlite3_exec(connection, "", nullptr, nullptr, nullptr);
     }

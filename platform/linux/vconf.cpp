@@ -2,6 +2,7 @@
  * The settings of this process, and <vconf.h> on top of them.
  */
 #include "settings.h"
+#include "text.h"
 
 #include <dlog.h>
 
@@ -67,7 +68,7 @@ Status Settings::readInt(const std::string &key, int &value) {
     }
     const int *number = std::get_if<int>(&found);
     if (status.ok() && number == nullptr)
-        status = {EBADMSG, "settings key " + quoted(key, kMaxSettingKey) +
+        status = {EBADMSG, "settings key " + inQuotes(key, kMaxSettingKey) +
                                " cannot be read as a number: it holds a text"};
     reads_.note(key, status);
     if (status.ok())

@@ -6,12 +6,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <filesystem>
+#include <fstream>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace corvane::client {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 TEST(Endpoint, DefaultsArePortAndName) {
@@ -61,49 +64,73 @@ TEST(Endpoint, OnlyThisMachinesAddressesAreLoopback) {
         EXPECT_FALSE(parseUrl(url).isLoopback()) << url;
 }
 
-Credentials read(const std::string &text, const std::string &identity) {
-    std::istringstream lines(text);
-    return readCredentials(lines, "keys", identity);
-}
+const std::string kKey = "000102030405060708090a0b0c0d0e0f";
 
-std::string failureOf(const std::string &text, const std::string &identity) {
-    try {
-        read(text, identity);
-        return "";
-    } catch (const CommandFailed &failure) {
-        return failure.what();
+/* A file of keys, of this user alone unless the mode says otherwise. */
+class CredentialsFile : public testing::Test {
+protected:
+    CredentialsFile() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "keys-XXXXXX").string();
+        close(mkstemp(pattern.data()));
+        path = pattern;
     }
-}
+    ~CredentialsFile() override { std::filesystem::remove(path); }
 
-TEST(Credentials, KeyOfTheIdentityIsFound) {
-    const Credentials found = read("# comment\n\na:00\nkitchen:00fFa1\r\nb:01\n", "kitchen");
+    Credentials read(const std::string &text, const std::string &identity, mode_t mode = 0600) {
+        std::ofstream(path) << text;
+        chmod(path.c_str(), mode);
+        return readCredentials(path, identity);
+    }
+
+    std::string failureOf(const std::string &text, const std::string &identity,
+                          mode_t mode = 0600) {
+        try {
+            read(text, identity, mode);
+            return "";
+        } catch (const CommandFailed &failure) {
+            return failure.what();
+        }
+    }
+
+    std::string path;
+};
+
+TEST_F(CredentialsFile, KeyOfTheIdentityIsFound) {
+    const Credentials found =
+        read("# comment\n\na:" + kKey + "\nkitchen:" + kKey + "fFa1\r\n", "kitchen");
     EXPECT_EQ(found.identity, "kitchen");
-    EXPECT_THAT(found.key, ElementsAre(0x00, 0xff, 0xa1));
+    EXPECT_EQ(found.key.size(), 18u);
+    EXPECT_EQ(found.key[16], 0xff);
+    EXPECT_EQ(found.key[17], 0xa1);
 }
 
-TEST(Credentials, OnlyIdentityNeedsNoName) {
-    EXPECT_EQ(read("kitchen:0102\n", "").identity, "kitchen");
+TEST_F(CredentialsFile, OnlyIdentityNeedsNoName) {
+    EXPECT_EQ(read("kitchen:" + kKey + "\n", "").identity, "kitchen");
 }
 
-TEST(Credentials, SeveralIdentitiesNeedAChoice) {
-    EXPECT_THAT(failureOf("a:01\nb:02\n", ""), HasSubstr("choose one with --identity"));
+TEST_F(CredentialsFile, SeveralIdentitiesNeedAChoice) {
+    EXPECT_THAT(failureOf("a:" + kKey + "\nb:" + kKey + "\n", ""),
+                HasSubstr("choose one with --identity"));
 }
 
-TEST(Credentials, MissingIdentityIsNamed) {
-    EXPECT_THAT(failureOf("a:01\n", "c"), HasSubstr("no key for --identity c"));
-    EXPECT_THAT(failureOf("", ""), HasSubstr("holds no key"));
+TEST_F(CredentialsFile, MissingIdentityIsNamed) {
+    EXPECT_THAT(failureOf("a:" + kKey + "\n", "c"), HasSubstr("no key for --identity c"));
 }
 
-TEST(Credentials, MalformedLineIsNamedByNumberAndNeverQuoted) {
-    for (const char *line : {"a", ":0a0b", "a:", "a:0a0", "a:0a0x"}) {
-        const std::string failure = failureOf(std::string("b:01\n") + line + "\n", "");
+TEST_F(CredentialsFile, MalformedLineIsNamedByNumberAndNeverQuoted) {
+    for (const char *line : {"b", ":0a0b", "b:", "b:0a0", "b:0a0x", "b:0a0b"}) {
+        const std::string failure = failureOf("a:" + kKey + "\n" + line + "\n", "");
         EXPECT_THAT(failure, HasSubstr("line 2")) << line;
         EXPECT_EQ(failure.find("0a0"), std::string::npos) << failure;
     }
 }
 
-TEST(Credentials, FileThatIsNotThereIsAFailure) {
-    EXPECT_THROW(readCredentialsFile("/nonexistent/keys", ""), CommandFailed);
+TEST_F(CredentialsFile, FileThatOthersMayReadIsRefusedAsTheServiceRefusesIt) {
+    EXPECT_THAT(failureOf("a:" + kKey + "\n", "", 0644), HasSubstr("chmod 600"));
+}
+
+TEST_F(CredentialsFile, FileThatIsNotThereIsAFailure) {
+    EXPECT_THROW(readCredentials("/nonexistent/keys", ""), CommandFailed);
 }
 
 } // namespace

@@ -103,9 +103,15 @@ TEST_F(FilesOfTheService, LevelZeroIsNoEvent) {
     EXPECT_FALSE(LocalState(folders_).event().value->stored);
 }
 
-TEST_F(FilesOfTheService, DamagedOrForeignTableIsUnknownWithItsReason) {
+TEST_F(FilesOfTheService, TableThatTheServiceHasNotMadeYetIsToldInItsWords) {
     sql("CREATE TABLE other(x)");
-    EXPECT_THAT(LocalState(folders_).event().missing, HasSubstr("no such table"));
+    EXPECT_EQ(LocalState(folders_).event().missing, "the service has not made its event table yet");
+}
+
+TEST_F(FilesOfTheService, DamagedOrForeignTableIsUnknownWithItsReason) {
+    sql("CREATE TABLE dr_usage_table(x)");
+    EXPECT_THAT(LocalState(folders_).event().missing, HasSubstr("no such column"));
+    sql("DROP TABLE dr_usage_table");
     makeTable();
     sql("INSERT INTO dr_usage_table VALUES(0, '2', 'long', '2026-03-15T14:00:00')");
     EXPECT_THAT(LocalState(folders_).event().missing, HasSubstr("malformed"));

@@ -1,7 +1,7 @@
 // Feeds arbitrary bodies to the check of requests: the first byte chooses the command, the second
 // the format, the rest is the body. What is accepted must be fit for a handler.
-#include "proxy/text.h"
 #include "proxy/wire.h"
+#include "text.h"
 
 #include <cstdint>
 #include <cstdlib>

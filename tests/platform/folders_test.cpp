@@ -87,7 +87,7 @@ TEST(Folders, RelativePathIsRefused) {
     const Status status =
         findFolders(environmentOf({{"CORVANE_STATE_DIR", "state\n"}}), kRoot, folders);
     EXPECT_EQ(EINVAL, status.code);
-    EXPECT_THAT(status.text, HasSubstr("CORVANE_STATE_DIR is \"state?\""));
+    EXPECT_THAT(status.text, HasSubstr("CORVANE_STATE_DIR is \"state\\u000a\""));
 }
 
 TEST(Folders, MissingFoldersAreMadeForTheUserAlone) {

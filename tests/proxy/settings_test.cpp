@@ -1,6 +1,6 @@
 // What the two environment variables of the proxy may hold: the address and the key file.
 #include "proxy/listen_address.h"
-#include "proxy/psk_file.h"
+#include "psk_file.h"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // The check of requests and the forms of answers: each rule with the exact reason that a refused
 // client reads.
 #include "proxy/handlers.h"
-#include "proxy/text.h"
 #include "proxy/wire.h"
+#include "text.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -7,9 +7,9 @@
 #ifndef CORVANE_PLATFORM_LINUX_PROXY_COAP_SERVER_H
 #define CORVANE_PLATFORM_LINUX_PROXY_COAP_SERVER_H
 
+#include "../psk_file.h"
 #include "exchange_table.h"
 #include "listen_address.h"
-#include "psk_file.h"
 #include "wire.h"
 
 #include <array>

@@ -2,7 +2,7 @@
 // further than their buffers, entries no more than there is room for.
 #include "handlers.h"
 
-#include "text.h"
+#include "../text.h"
 
 #include <algorithm>
 #include <array>

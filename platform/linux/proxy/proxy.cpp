@@ -1,8 +1,8 @@
 // See proxy.h.
 #include "proxy.h"
 
+#include "../text.h"
 #include "log.h"
-#include "text.h"
 
 #include <algorithm>
 #include <cctype>

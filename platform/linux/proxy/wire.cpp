@@ -5,7 +5,7 @@
 // takes, so the reader stops at the first nested value, long before nesting could cost stack.
 #include "wire.h"
 
-#include "text.h"
+#include "../text.h"
 
 #include <algorithm>
 #include <array>

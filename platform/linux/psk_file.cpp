@@ -1,4 +1,6 @@
-// See psk_file.h.
+/*
+ * Reading the file of pre-shared keys. A line that is wrong is told by its number, never quoted.
+ */
 #include "psk_file.h"
 
 #include "text.h"
@@ -62,7 +64,7 @@ std::string_view trimmed(std::string_view line) {
     return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
 }
 
-// An empty text when the line was taken into the keys, else what is wrong with it.
+/* An empty text when the line was taken into the keys, else what is wrong with it. */
 std::string takeLine(std::string_view line, PskKeys &keys) {
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos)

@@ -1,5 +1,7 @@
-// See text.h. The ranges below are those of well-formed UTF-8: no overlong forms, no surrogates,
-// nothing above U+10FFFF.
+/*
+ * The ranges below are those of well-formed UTF-8: no overlong forms, no surrogates,
+ * nothing above U+10FFFF.
+ */
 #include "text.h"
 
 #include <array>
