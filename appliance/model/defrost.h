@@ -23,7 +23,7 @@ public:
         double doorOpenSec = 0;   // since the last cycle
         double phaseLeftSec = 0;  // of heating or dripping
         int phase = 0;            // as Phase
-        int cycles = 0;           // since the model's beginning
+        int cycles = 0;           // completed since the model's beginning
     };
 
     explicit Defrost(const Parameters &parameters) : parameters_(parameters) {}
@@ -33,6 +33,9 @@ public:
     /* Starts a cycle when one is due and neither held nor `inhibited` (the compressor may not stop
      * yet, the heater may not run). The safety limit overrules `held`, not `inhibited`. */
     void control(bool held, bool inhibited);
+
+    /* Switches the heater off in the middle of a cycle, which is then due again as a whole. */
+    void interrupt();
 
     [[nodiscard]] Phase phase() const { return static_cast<Phase>(memory_.phase); }
     [[nodiscard]] bool heaterOn() const { return phase() == Phase::Heating; }

@@ -6,6 +6,7 @@
 #ifndef CORVANE_APPLIANCE_MODEL_HOUSEHOLD_H
 #define CORVANE_APPLIANCE_MODEL_HOUSEHOLD_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -36,6 +37,26 @@ public:
 
 private:
     std::uint64_t seed_;
+};
+
+/* One door's openings of a day, walked through in order. Times are since local midnight. */
+class DoorTimes {
+public:
+    static constexpr TimeMs kNever = INT64_MAX;
+
+    /* Takes a day's openings of one door and goes to a time in it without opening anything. */
+    void begin(std::vector<DoorOpening> openings, TimeMs at);
+    /* Goes on to a time; the opening that begins exactly there, if one does. */
+    const DoorOpening *reach(TimeMs at);
+
+    [[nodiscard]] bool isOpen() const { return open_; }
+    /* When it opens or closes next; kNever after the day's last. */
+    [[nodiscard]] TimeMs nextChange() const;
+
+private:
+    std::vector<DoorOpening> openings_;
+    std::size_t next_ = 0; // the first that has not ended
+    bool open_ = false;
 };
 
 } // namespace corvane::appliance

@@ -24,7 +24,7 @@ struct MeteringFaults {
 
 struct MeteringAnswer {
     int status = 204;
-    std::string body; // plain text; any bytes under the garbage fault
+    std::string body = ""; // plain text, one line; any bytes under the garbage fault
     /* When to answer, after the request; none: never. */
     std::optional<TimeMs> delayMs = 0;
 };
@@ -66,6 +66,8 @@ public:
     void restore(const MeteringTotals &totals) { totals_ = totals; }
 
 private:
+    [[nodiscard]] MeteringAnswer answerTo(std::string_view query);
+
     std::uint64_t seed_;
     MeteringFaults faults_;
     MeteringTotals totals_;

@@ -9,8 +9,10 @@
 #ifndef CORVANE_APPLIANCE_MODEL_MICOM_H
 #define CORVANE_APPLIANCE_MODEL_MICOM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -43,7 +45,7 @@ struct MicomMemory {
     TimeMs nextPublicationAt = 0;
     int reportedLevel = 0; // what the keys hold
     int reportedOverride = 0;
-    double publishedWh = 0; // of the refrigerator's micomEnergyWh(), in whole counts
+    std::int64_t publishedCounts = 0; // of the refrigerator's micomEnergyWh()
     std::uint64_t draws = 0;
 };
 
@@ -80,21 +82,23 @@ public:
      * override and defrost hold are none, and are reported so after kBootMs. */
     void restart(TimeMs now);
 
-    void setFaults(const MicomFaults &faults) { faults_ = faults; }
+    void setFaults(const MicomFaults &faults);
     [[nodiscard]] const MicomFaults &faults() const { return faults_; }
     /* Whether it hears and writes at present. */
-    [[nodiscard]] bool alive() const { return !faults_.silent && bootedAt_ == 0; }
+    [[nodiscard]] bool alive() const { return !faults_.silent && !bootedAt_; }
 
-    [[nodiscard]] MicomMemory memory() const;
+    [[nodiscard]] const MicomMemory &memory() const { return memory_; }
     /* After the refrigerator's restore(). */
     void restore(const MicomMemory &memory);
 
 private:
     struct Waiting {
         TimeMs at;
-        int command; // index into the table of commands
+        std::size_t command; // index into the table of commands
     };
 
+    [[nodiscard]] std::int64_t countsUsed() const;
+    void followSetClock(TimeMs now);
     void apply(const Waiting &waiting);
     void report(TimeMs at, std::vector<SettingsWrite> &writes);
     void publish(TimeMs at, std::vector<SettingsWrite> &writes);
@@ -104,8 +108,9 @@ private:
     MicomMemory memory_;
     MicomFaults faults_;
     std::deque<Waiting> waiting_;
-    TimeMs bootedAt_ = 0; // end of a restart under way; 0: none
+    std::optional<TimeMs> bootedAt_; // end of a restart under way
     bool dropNext_ = true;
+    bool reportDue_ = false; // what happened while it was silent
 };
 
 } // namespace corvane::appliance

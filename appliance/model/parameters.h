@@ -52,12 +52,13 @@ struct Parameters {
     double evaporatorWarmestCelsius = -10; // typical: no more refrigerant flows above this
     double smallestCapacity = 0.35;        // typical: 1,500 of 4,300 turns a minute
     double carnotShare = 0.47;             // typical: good variable-speed hermetic types
+    double inverterWatt = 2;               // typical: loss of the drive while it runs
     double condenserKelvin = 9;            // typical: above ambient at a standstill
     double condenserCapacityKelvin = 9;    // typical: added at full capacity
     double evaporatorApproachKelvin = 2;   // typical: refrigerant below the metal
     double capacityFullKelvin = 3.0;       // tuned: full capacity this much above set-point
     double minimumOnSec = 180;             // typical: oil return
-    double minimumOffSec = 300;            // typical: pressures even out
+    double minimumOffSec = 240;            // typical: pressures even out
 
     // Thermostats.
     double fridgeSetCelsius = 3.2;    // rule
@@ -73,6 +74,7 @@ struct Parameters {
     double displayIdleWatt = 1.4;      // typical: display board, radio, dark panel
     double displayLitWatt = 3.8;       // typical: panel lit
     double displayLitSec = 60;         // rule: after a door or a button
+    int iceBinBatches = 6;             // typical: what the bin holds
     double iceBatchJoule = 36'000;     // physics: 90 g from 20 C to ice at -10 C
     double iceFreezeSec = 4'800;       // typical
     double iceHarvestWatt = 120;       // typical: heater that frees the ice
@@ -100,9 +102,10 @@ struct Parameters {
     double fridgeFoodLimitCelsius = 4.7;    // rule: food limit is 5 C
     double freezerFoodLimitCelsius = -15.4; // rule: food limit is -15 C
     double foodLimitBandKelvin = 0.4;       // rule: cooled to this below a limit
-    double returnDelayLongestSec = 900;     // rule: drawn between 0 and this
-    double returnRampSec = 3'600;           // rule: set-points and capacity come back over this
-    double returnCapacityLimit = 0.55;      // rule: where the capacity's ramp begins
+    double returnDelayLongestSec = 900; // rule: drawn between 0 and this, at most half the event
+    double returnRampLongestSec =
+        3'600; // rule: normal operation comes back over this, or the event's length
+    double returnCapacityLimit = 0.55; // rule: where the capacity's ramp begins
 };
 
 } // namespace corvane::appliance

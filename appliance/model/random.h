@@ -19,7 +19,7 @@ constexpr std::uint64_t mixBits(std::uint64_t value) {
 }
 
 /* What a draw is for; draws for different things do not depend on each other. */
-enum class Draw : std::uint64_t { Ambient = 1, Household, Return, CommandTime, Garbage };
+enum class Draw : std::uint64_t { Beginning = 1, Ambient, Household, Return, CommandTime, Garbage };
 
 class Random {
 public:

@@ -11,10 +11,10 @@
 #ifndef CORVANE_APPLIANCE_MODEL_REFRIGERATOR_H
 #define CORVANE_APPLIANCE_MODEL_REFRIGERATOR_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "cabinet.h"
 #include "defrost.h"
@@ -57,7 +57,7 @@ struct RefrigeratorState {
     } compressor;
     bool fanOn = false;
     bool antiSweatOn = false;
-    bool iceMakerOn = false; // freezes or harvests a batch
+    bool iceMakerOn = false; // freezes or harvests a batch, and no level holds it
     double displayWatt = 0;
     struct {
         bool heaterOn = false;
@@ -74,30 +74,36 @@ struct RefrigeratorState {
     bool foodLimitActive = false; // a level is set aside because food would become too warm
 };
 
+enum class IceStage { Idle, Freezing, Frozen, Harvesting };
+
 /* Everything that survives a restart, as plain values. memory.h makes text of it and back. */
 struct RefrigeratorMemory {
     TimeMs at = 0; // of these values
     Temperatures temperatures;
     double goodsJoule = 0;
     Defrost::Memory defrost;
+    bool freezerCalls = false; // thermostats
+    bool fridgeCalls = false;  // opens the damper too
     bool compressorOn = false;
     double compressorPhaseSec = 0; // since it was last switched on or off
     double capacity = 0;
-    bool damperOpen = false;
-    int iceWanted = 0;           // batches that are still to be made
-    double iceFreezeLeftSec = 0; // of the batch in the tray
-    double iceHarvestLeftSec = 0;
+    int iceStage = 0;  // as IceStage
+    int iceWanted = 0; // batches that are still to be made
+    double iceStageLeftSec = 0;
     double displayLitLeftSec = 0;
     double energyWh = 0;
     double displayEnergyWh = 0; // its share of energyWh
     int level = 0;
     bool override = false;
     bool defrostHold = false;
-    TimeMs heldSince = 0; // meaningful while a hold is in force
+    bool held = false;    // by defrostHold or a level
+    TimeMs heldSince = 0; // meaningful while held
     bool foodLimitActive = false;
+    double levelSec = 0;         // since the level was last 0
     int returnFrom = 0;          // level that has ended; 0: no return is under way
-    double returnDelaySec = 0;   // until the return begins
-    double returnSec = 0;        // since the level ended
+    double returnSec = 0;        // since it has ended
+    double returnDelaySec = 0;   // how long its set-points stay on
+    double returnRampSec = 0;    // and how long normal operation then takes to come back
     std::uint64_t draws = 0;     // random numbers used
     bool fridgeHandOpen = false; // opened by hand, beside the household
     bool freezerHandOpen = false;
@@ -132,19 +138,21 @@ public:
     void lightDisplay(TimeMs now);
 
     /* The kitchen and the place. Local time drives the household and the ambient's day curve. */
-    void setUtcOffsetSec(int offsetSec) { utcOffsetMs_ = offsetSec * kMsPerSec; }
-    void setAmbientMeanCelsius(double celsius) { parameters_.ambientMeanCelsius = celsius; }
+    void setUtcOffsetSec(int offsetSec);
+    void setAmbientMeanCelsius(double celsius);
     /* Off: nobody opens a door but by hand, no shopping, no ice (laboratory conditions). */
-    void setHouseholdPresent(bool present) { householdPresent_ = present; }
+    void setHouseholdPresent(bool present);
 
     [[nodiscard]] RefrigeratorState state() const;
     /* The same values one by one, cheap enough for each step of a long run. */
     [[nodiscard]] TimeMs at() const { return now_; }
     [[nodiscard]] double powerWatt() const { return micomWatt_ + displayWatt_; }
     [[nodiscard]] double displayWatt() const { return displayWatt_; }
-    [[nodiscard]] double energyWh() const;
+    [[nodiscard]] double energyWh() const { return memory_.energyWh; }
     /* Energy of everything but the display board, which reports its own. */
-    [[nodiscard]] double micomEnergyWh() const;
+    [[nodiscard]] double micomEnergyWh() const {
+        return memory_.energyWh - memory_.displayEnergyWh;
+    }
     [[nodiscard]] const Temperatures &temperatures() const { return cabinet_.temperatures(); }
     [[nodiscard]] const Defrost &defrost() const { return defrost_; }
     [[nodiscard]] bool compressorOn() const { return memory_.compressorOn; }
@@ -159,18 +167,53 @@ public:
     void restore(const RefrigeratorMemory &memory);
 
 private:
+    /* What a level makes of the thermostats and switches at this moment. */
+    struct Wishes {
+        double fridgeSetCelsius;
+        double freezerSetCelsius;
+        double capacityLimit; // 0: the compressor shall be off
+        bool extrasHeld;      // defrost, ice maker and anti-sweat heater
+    };
+
+    void reach(TimeMs now);
     void stepTo(TimeMs end);
-    void settle(TimeMs now);
+    void passTimers(double sec);
+    void passIce(double sec);
+    void followHousehold();
+    void findPlan();
+    void opened(const DoorOpening &opening);
+    void resumeCooling();
+    void control();
+    void controlFoodLimit();
+    void controlDefrost(const Wishes &wishes);
+    void controlCompressor(const Wishes &wishes);
+    void controlIce(bool held);
+    void switchOutputs(const Wishes &wishes);
+    [[nodiscard]] bool returnDelayed() const;
+    [[nodiscard]] int effectiveLevel() const;
+    [[nodiscard]] bool wantsCooling() const;
+    [[nodiscard]] Wishes wishes() const;
+    [[nodiscard]] double ambientAt(TimeMs localMs) const;
+    [[nodiscard]] std::optional<std::string> compressorReason() const;
 
     Parameters parameters_;
     std::uint64_t seed_;
     Household household_;
     Cabinet cabinet_;
     Defrost defrost_;
-    RefrigeratorMemory memory_;
-    TimeMs now_ = 0;
+    RefrigeratorMemory memory_; // but for what cabinet_, defrost_ and now_ hold
+    TimeMs now_ = 0;            // end of the last step
     TimeMs utcOffsetMs_ = 0;
     bool householdPresent_ = true;
+
+    // The household's doors: its plan of one local day, and the next opening of each door in it.
+    std::int64_t planDay_ = INT64_MIN;
+    std::array<DoorTimes, 2> doors_;
+
+    // What is switched on since the last step's end.
+    CabinetInputs inputs_;
+    Wishes wishes_{};
+    double compressorWatt_ = 0;
     double micomWatt_ = 0;
     double displayWatt_ = 0;
 };
