@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 namespace {
@@ -44,6 +45,12 @@ int __dlog_print(log_id_t log_id, int prio, const char *tag, const char *fmt, ..
     const int length = vasprintf(&expanded, fmt, arguments);
     va_end(arguments);
     if (length < 0) {
+        return length;
+    }
+    if (!fakes::internal::keepsRecords()) {
+        const char *arrow = std::strstr(expanded, ") > ");
+        fakes::internal::record(fakes::Kind::Log, arrow != nullptr ? arrow + 4 : expanded);
+        std::free(expanded);
         return length;
     }
     Line line = takeApart(log_id, prio, tag, expanded);

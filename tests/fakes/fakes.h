@@ -4,7 +4,7 @@
  * fail. storage.h does the same for SQLite's files.
  *
  * What happens anywhere is also written into one common trace, in order and with its virtual time,
- * so that a test can assert orders across the fakes.
+ * so that a test can assert orders across the fakes, or that an observer can follow it.
  *
  * All functions may be called from any thread. reset() between tests brings everything back to
  * "nothing written, nothing recorded, nothing fails, Wi-Fi connected".
@@ -51,6 +51,10 @@ struct Entry {
 [[nodiscard]] std::vector<std::string> texts(std::initializer_list<Kind> kinds = {});
 // Forgets the trace and every other record (writes, log lines, posts, calls), keeps all state.
 void clearRecords();
+
+// Hands each entry to the observer as it happens, on the thread that it happens on, and keeps no
+// record of any kind from then on, for runs that last for years. Null ends it.
+void observe(std::function<void(const Entry &)> observer);
 
 // Whatever is recorded with this text takes so long from now on, to whoever does it and with all
 // that it holds. One text at a time; 0 for none.

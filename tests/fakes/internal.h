@@ -15,6 +15,9 @@ namespace fakes::internal {
 // Appends to the common trace.
 void record(Kind kind, std::string text);
 
+// Whether records are kept, which they are not for an observer.
+bool keepsRecords();
+
 // The system clock, virtual during a run.
 std::int64_t systemClockNs();
 

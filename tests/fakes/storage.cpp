@@ -37,6 +37,7 @@ using namespace fakes::storage;
 
 std::mutex mutex;
 std::string realFolder; // guarded by mutex, as is the rest
+bool isOwnFolder = true;
 std::vector<Call> recorded;
 std::map<sqlite3 *, std::string> connections; // of the service, with their files' base names
 Trouble statementTrouble{};
@@ -276,12 +277,24 @@ void mount() {
     }
     const std::lock_guard lock(mutex);
     realFolder = name + "/";
+    isOwnFolder = true;
+    connections.clear();
+}
+
+void mountAt(const std::string &folder) {
+    unmount();
+    registerLayer();
+    const std::lock_guard lock(mutex);
+    realFolder = folder + "/";
+    isOwnFolder = false;
     connections.clear();
 }
 
 void unmount() {
     const std::lock_guard lock(mutex);
-    if (!realFolder.empty()) {
+    if (!isOwnFolder) {
+        realFolder.clear();
+    } else if (!realFolder.empty()) {
         std::filesystem::remove_all(realFolder);
         realFolder.clear();
         sweepLeftFolders();
@@ -407,6 +420,9 @@ std::string fileOf(sqlite3 *connection) {
 
 void recordCall(const char *function, const std::string &text, const std::string &file,
                 int result) {
+    if (!fakes::internal::keepsRecords()) {
+        return;
+    }
     const std::int64_t now = fakes::internal::systemClockNs();
     const std::lock_guard lock(mutex);
     recorded.push_back({function, text, file, result, now});

@@ -25,6 +25,8 @@ inline constexpr const char *kServiceFolder =
 // Where the service's folder really is, with a slash at the end. Made empty by mount(), which
 // chooses a new one, and removed by unmount(); service_fixture.h calls both.
 void mount();
+// The same with a folder of the caller's own, which is neither made nor removed.
+void mountAt(const std::string &folder);
 void unmount();
 [[nodiscard]] std::string folder();
 

@@ -18,6 +18,7 @@ std::mutex traceMutex;
 std::vector<Entry> entries; // guarded by traceMutex, as is the rest
 std::string pauseText;
 double pauseSec = 0;
+std::function<void(const Entry &)> observer; // set while nothing runs
 
 bool isWanted(const Entry &entry, std::initializer_list<Kind> kinds) {
     return kinds.size() == 0 || std::find(kinds.begin(), kinds.end(), entry.kind) != kinds.end();
@@ -33,8 +34,14 @@ std::int64_t systemClockNs() {
     return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
+bool keepsRecords() { return observer == nullptr; }
+
 void record(Kind kind, std::string text) {
     const std::int64_t now = systemClockNs();
+    if (observer != nullptr) {
+        observer({kind, std::move(text), now});
+        return;
+    }
     double sec = 0;
     {
         const std::lock_guard lock(traceMutex);
@@ -73,6 +80,8 @@ std::vector<std::string> texts(std::initializer_list<Kind> kinds) {
     }
     return wanted;
 }
+
+void observe(std::function<void(const Entry &)> newObserver) { observer = std::move(newObserver); }
 
 void pauseAt(const std::string &text, double sec) {
     const std::lock_guard lock(traceMutex);

@@ -70,7 +70,9 @@ int write(const char *name, Value value, Writer writer) {
             return -1;
         }
         key.value = std::move(value);
-        key.history.push_back(text);
+        if (fakes::internal::keepsRecords()) {
+            key.history.push_back(text);
+        }
         toCall = key.registrations;
     }
     fakes::internal::record(fakes::Kind::Setting, std::string(name) + "=" + text);

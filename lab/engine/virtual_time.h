@@ -22,8 +22,8 @@
  * std::counting_semaphore), timed mutex locks, and blocking input and output, which all block for
  * real.
  */
-#ifndef CORVANE_TESTS_VIRTUAL_TIME_H
-#define CORVANE_TESTS_VIRTUAL_TIME_H
+#ifndef CORVANE_LAB_VIRTUAL_TIME_H
+#define CORVANE_LAB_VIRTUAL_TIME_H
 
 #include <cstdint>
 #include <functional>
