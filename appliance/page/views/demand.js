@@ -1,0 +1,142 @@
+// Demand response: the stored event with its remaining time, the four steps from the order to the
+// report with what each took, the event's effect, and the override.
+
+import { byId, h, setAttribute, setData, setText, show, whenChanged } from "../dom.js";
+import { levelName, quantity, span, took, watt, wattHour } from "../format.js";
+import { remaining } from "../situation.js";
+import { ask } from "./answer.js";
+
+const kSteps = ["ordered", "commanded", "confirmed", "reported"];
+const kLateSec = 10; // real seconds; every step is over within three when all is well
+
+/** The record of the event that runs, or of the last one. */
+const lastRecord = (records) => records[0] ?? null;
+
+/**
+ * The steps of the last order, or of the return to normal after it, oldest first. A step that is
+ * not there yet has no time. Commands are repeated every ten minutes: an open record still knows
+ * when each step happened first.
+ */
+export function stepsOf({ demandResponse }, records) {
+  const { event, ordered } = demandResponse;
+  const level = event ? event.level : 0;
+  const record = lastRecord(records);
+  const isOpen = record !== null && record.open && event !== null && record.level === level;
+  const orderedAt = isOpen ? record.orderedAt : ordered?.level === level || event ? ordered?.at : record?.endedAt;
+  // What is to come later than the order counts from its start.
+  const base = Math.max(orderedAt ?? -Infinity, event?.startAt ?? -Infinity);
+  const steps = [{
+    name: "ordered",
+    level,
+    at: orderedAt ?? null,
+    note: event || ordered?.level === 0 ? { page: "from this page", remote: "by the remote side" }[isOpen ? record.orderedBy : ordered?.by] : "by the end of the event",
+  }];
+  for (const name of kSteps.slice(1)) {
+    const seen = demandResponse[name];
+    const isThere = seen !== null && seen !== undefined && seen.level === level && event?.state !== "waiting";
+    const first = isOpen ? (record[`${name}At`] ?? seen?.at) : seen?.at;
+    steps.push({ name, level: isThere ? level : (seen?.level ?? null), at: isThere ? first : null });
+  }
+  let previous = Number.isFinite(base) ? base : null;
+  for (const step of steps.slice(1)) {
+    if (step.at === null || previous === null) break;
+    step.tookSec = step.at - previous;
+    previous = step.at;
+  }
+  const last = steps.at(-1);
+  const totalSec = last.tookSec !== undefined && Number.isFinite(base) ? last.at - base : null;
+  return { steps, base, totalSec };
+}
+
+function eventText(event, now) {
+  if (event.state === "waiting") return `${levelName(event.level)} starts in ${span(remaining(event, now))}`;
+  if (event.state === "ending") return `${levelName(event.level)} has ended`;
+  return `${levelName(event.level)}: ${span(remaining(event, now))} left`;
+}
+
+function showEvent({ state, now, clock }) {
+  const { event } = state.demandResponse;
+  setData(byId("event"), "state", event ? (event.state === "waiting" ? "idle" : "reduced") : "idle");
+  setText(byId("event-say"), event ? eventText(event, now) : "No event");
+  setText(byId("event-times"), event
+    ? `${clock.time(event.startAt)} to ${clock.time(event.endAt)}, ${span(event.durationSec)} in all`
+    : "The refrigerator runs as usual.");
+  show(byId("event-cancel"), event !== null);
+  const progress = byId("event-progress");
+  show(progress, event !== null);
+  if (event) {
+    const share = Math.min(1, Math.max(0, (now - event.startAt) / (event.endAt - event.startAt)));
+    progress.firstElementChild.style.setProperty("--share", share);
+    setAttribute(progress, "aria-valuenow", Math.round(share * 100));
+    setAttribute(progress, "aria-valuetext", eventText(event, now));
+  }
+}
+
+function showSteps({ state, records, now, clock }) {
+  const { steps, base, totalSec } = stepsOf(state, records);
+  const isWaiting = state.demandResponse.event?.state === "waiting";
+  const pending = steps.findIndex((step) => step.at === null);
+  steps.forEach((step, place) => {
+    const item = byId("steps").children[place];
+    const waited = now - (steps[place - 1]?.at ?? base);
+    const isNext = place === pending && place > 0 && !isWaiting;
+    const isLate = isNext && waited > kLateSec * state.speed;
+    setData(item, "state", step.at !== null ? "done" : isLate ? "late" : isNext ? "next" : "idle");
+    if (isNext) setAttribute(item, "aria-current", "step");
+    else item.removeAttribute("aria-current");
+    setText(item.querySelector(".step-level"), levelName(step.level));
+    setText(item.querySelector(".step-time"), step.at === null ? (isNext ? "waiting" : isWaiting ? `from ${clock.shortTime(state.demandResponse.event.startAt)}` : "–") : clock.time(step.at));
+    const tookText = step.tookSec !== undefined ? took(step.tookSec) : isNext && Number.isFinite(waited) ? span(waited) : "";
+    setText(item.querySelector(".step-took"), place === 0 ? (step.note ?? "") : tookText);
+  });
+  const virtual = state.speed === 1 ? "" : ` of the appliance's time, which runs ${state.speed} times as fast`;
+  setText(byId("steps-total"), totalSec === null ? "" : `From ${state.demandResponse.event ? "order" : "the end"} to report: ${took(totalSec)}${virtual}.`);
+}
+
+function effectRows(record) {
+  if (record === null) return [];
+  const rows = [[record.open ? "Average in this event" : "Average in the last event", watt(record.averageWatt)]];
+  if (record.baselineAverageWatt !== null && record.baselineAverageWatt > 0) {
+    const days = record.baselineDays === 1 ? "the day before" : `${record.baselineDays} days before`;
+    const change = ((record.averageWatt - record.baselineAverageWatt) / record.baselineAverageWatt) * 100;
+    rows.push([`Same hours, ${days}`, watt(record.baselineAverageWatt)]);
+    rows.push(["Change", (change > 0 ? "+" : "") + quantity(change, 0, "%")]);
+  } else {
+    rows.push(["Energy", wattHour(record.energyDuringWh)]);
+    rows.push(["Same hours before", "no day yet"]);
+  }
+  return rows;
+}
+
+function showOverride({ override }, { clock, now }) {
+  const by = { display: "on the display", remote: "by the remote side" }[override.by];
+  const since = Number.isFinite(override.sinceAt) ? `since ${clock.shortTime(override.sinceAt)} (${span(now - override.sinceAt)})` : null;
+  setText(byId("override-say"), override.on ? ["on", by, since].filter(Boolean).join(", ") : "off");
+  setData(byId("override-say"), "state", override.on ? "held" : "idle");
+}
+
+export function demandView(store, api) {
+  byId("event-cancel").addEventListener("click", ({ currentTarget }) =>
+    ask(currentTarget, byId("cancel-answer"), api.cancel, () => "Cancelled."));
+  for (const [id, name, send, on] of [
+    ["override-remote-on", "Override ordered: on.", api.override, true],
+    ["override-remote-off", "Override ordered: off.", api.override, false],
+    ["override-board-on", "Button pressed: override on.", api.displayOverride, true],
+    ["override-board-off", "Button pressed: override off.", api.displayOverride, false],
+  ]) {
+    byId(id).addEventListener("click", ({ currentTarget }) =>
+      ask(currentTarget, byId("override-answer"), () => send(on), () => name));
+  }
+  const effect = whenChanged((rows) => {
+    byId("effect").replaceChildren(...rows.map(([term, value]) => h("div", {}, h("dt", {}, term), h("dd", {}, value))));
+    show(byId("effect"), rows.length > 0);
+  });
+
+  return (model) => {
+    if (model.state === null) return;
+    showEvent(model);
+    showSteps(model);
+    effect(effectRows(lastRecord(model.records)));
+    showOverride(model.state.demandResponse, model);
+  };
+}
