@@ -15,6 +15,10 @@ double Defrost::leftSec() const {
     return std::max(0.0, interval - memory_.compressorSec);
 }
 
+double Defrost::overdueSec() const {
+    return std::max(0.0, memory_.compressorSec - parameters_.defrostLimitSec);
+}
+
 void Defrost::pass(double sec, bool compressorOn, bool doorOpen) {
     if (compressorOn) {
         memory_.compressorSec += sec;
@@ -33,8 +37,7 @@ void Defrost::control(bool held, bool inhibited) {
     } else if (phase() == Phase::Dripping && memory_.phaseLeftSec <= 0) {
         memory_.phase = static_cast<int>(Phase::Counting);
     }
-    const bool holds = held && memory_.compressorSec < parameters_.defrostLimitSec;
-    if (due() && !holds && !inhibited) {
+    if (due() && !inhibited && (!held || overdueSec() > 0)) {
         const double shortest = parameters_.defrostShortestSec;
         memory_.phaseLeftSec = shortest + (parameters_.defrostLongestSec - shortest) * frostShare();
         memory_.phase = static_cast<int>(Phase::Heating);

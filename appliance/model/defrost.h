@@ -31,7 +31,8 @@ public:
     /* Passes time in which the compressor and a door were as told throughout. */
     void pass(double sec, bool compressorOn, bool doorOpen);
     /* Starts a cycle when one is due and neither held nor `inhibited` (the compressor may not stop
-     * yet, the heater may not run). The safety limit overrules `held`, not `inhibited`. */
+     * yet, the freezer has to recover first). The safety limit overrules `held`, not `inhibited`.
+     */
     void control(bool held, bool inhibited);
 
     /* Switches the heater off in the middle of a cycle, which is then due again as a whole. */
@@ -43,6 +44,8 @@ public:
     [[nodiscard]] bool due() const { return phase() == Phase::Counting && leftSec() <= 0; }
     /* Compressor time until the next cycle is due; 0 when it is due or runs. */
     [[nodiscard]] double leftSec() const;
+    /* Compressor time past the safety limit; 0 before it. */
+    [[nodiscard]] double overdueSec() const;
     /* Time until heating or dripping ends; 0 when neither runs. */
     [[nodiscard]] double phaseLeftSec() const { return memory_.phaseLeftSec; }
     [[nodiscard]] int cycles() const { return memory_.cycles; }

@@ -50,6 +50,7 @@ void eachField(Memory &memory, Visit visit) {
     visit("returnFrom", r.returnFrom, 0, kHighestLevel);
     visit("returnSec", r.returnSec, 0.0, kCentury);
     visit("returnDelaySec", r.returnDelaySec, 0.0, kCentury);
+    visit("extrasWaitSec", r.extrasWaitSec, 0.0, kCentury);
     visit("returnRampSec", r.returnRampSec, 0.0, kCentury);
     visit("draws", r.draws, std::uint64_t{0}, UINT64_MAX);
     visit("fridgeHandOpen", r.fridgeHandOpen, false, true);

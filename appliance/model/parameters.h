@@ -23,8 +23,8 @@ struct Parameters {
     double fridgeLossWattPerKelvin = 0.78;     // typical: 250 l behind 50 mm of foam, with gasket
     double freezerLossWattPerKelvin = 0.42;    // typical: 110 l behind 65 mm of foam, with gasket
     double betweenWattPerKelvin = 0.25;        // typical: the wall between the compartments
-    double fridgeAirJoulePerKelvin = 9'000;    // tuned: air, liner and shelves
-    double freezerAirJoulePerKelvin = 6'000;   // tuned: air, liner and drawers
+    double fridgeAirJoulePerKelvin = 14'000;   // tuned: air, liner and shelves
+    double freezerAirJoulePerKelvin = 10'000;  // tuned: air, liner and drawers
     double fridgeLoadJoulePerKelvin = 60'000;  // physics: 17 kg of food at 3.5 kJ/kgK
     double freezerLoadJoulePerKelvin = 45'000; // physics: 22 kg of frozen food at 2.0 kJ/kgK
     double fridgeLoadWattPerKelvin = 6;        // typical: 1 m2 of packages at 6 W/m2K
@@ -42,7 +42,7 @@ struct Parameters {
     // Evaporator and air ducts.
     double evaporatorJoulePerKelvin = 4'000; // typical: 2.5 kg of aluminium, refrigerant, frost
     double freezerFanWattPerKelvin = 11;     // typical: forced air over the evaporator
-    double fridgeFanWattPerKelvin = 2.2;     // tuned: what the damper lets through
+    double fridgeFanWattPerKelvin = 3.0;     // tuned: what the damper lets through
     double freezerStillWattPerKelvin = 0.9;  // tuned: evaporator to freezer with the fan off
 
     // The compressor (variable speed) and its electronics.
@@ -63,8 +63,8 @@ struct Parameters {
     // Thermostats.
     double fridgeSetCelsius = 3.2;    // rule
     double freezerSetCelsius = -18.5; // rule
-    double fridgeBandKelvin = 0.6;    // typical: half width
-    double freezerBandKelvin = 0.9;   // typical: half width
+    double fridgeBandKelvin = 0.8;    // typical: half width
+    double freezerBandKelvin = 1.2;   // typical: half width
 
     // Small users.
     double fanWatt = 3;                // typical
@@ -89,22 +89,29 @@ struct Parameters {
     double defrostIntervalLongestSec = 14 * 3600;  // typical: compressor time with doors shut
     double defrostIntervalShortestSec = 10 * 3600; // typical: with many door openings
     double defrostDoorSec = 900;                   // tuned: door-open time that means most frost
-    double defrostLimitSec = 20 * 3600; // rule: compressor time after which no hold counts
+    double defrostLimitSec = 20 * 3600;       // rule: compressor time after which no hold counts
+    double defrostWarmestFoodCelsius = -16.5; // rule: a warmer freezer recovers first
+    double defrostRecoverySec = 4 * 3600;     // rule: but not for longer, past the limit
 
     // Demand response.
     std::array<LevelParameters, 5> levels = {{
         {0, 0, 1},        // normal
         {0, 0, 1},        // delay: only defrost, ice maker and anti-sweat heater are held
         {0.5, 1.2, 0.6},  // moderate
-        {1.0, 2.2, 0.35}, // strong
-        {1.0, 2.2, 0},    // off
+        {1.0, 1.8, 0.35}, // strong
+        {1.0, 1.8, 0},    // off
     }};
-    double fridgeFoodLimitCelsius = 4.7;    // rule: food limit is 5 C
-    double freezerFoodLimitCelsius = -15.4; // rule: food limit is -15 C
-    double foodLimitBandKelvin = 0.4;       // rule: cooled to this below a limit
+    double strongShedSec = 900; // rule: so long levels 3 and 4 begin with the compressor off
+    double fridgeFoodHighestCelsius = 5; // rule: what food may reach on average
+    double freezerFoodHighestCelsius = -15;
+    double fridgeFoodGuardCelsius = 4.5; // rule: above this a level is set aside
+    double freezerFoodGuardCelsius = -15.6;
+    double foodGuardBandKelvin = 0.4;   // rule: until food is this much below
     double returnDelayLongestSec = 900; // rule: drawn between 0 and this, at most half the event
     double returnRampLongestSec =
         3'600; // rule: normal operation comes back over this, or the event's length
+    double returnExtrasLongestSec =
+        9'000; // rule: defrost and ice maker come back over this, or the event's length
     double returnCapacityLimit = 0.55; // rule: where the capacity's ramp begins
 };
 

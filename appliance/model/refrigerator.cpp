@@ -15,6 +15,7 @@ namespace corvane::appliance {
 namespace {
 
 constexpr TimeMs kStepMs = 10'000;
+constexpr int kStrongLevel = 3; // the first whose beginning has to be felt at once
 constexpr double kSecPerHour = 3600;
 
 constexpr TimeMs floorDiv(TimeMs a, TimeMs b) { return a / b - (a % b < 0 ? 1 : 0); }
@@ -133,19 +134,17 @@ void Refrigerator::stepTo(TimeMs end) {
 void Refrigerator::passTimers(double sec) {
     memory_.compressorPhaseSec += sec;
     memory_.displayLitLeftSec = std::max(0.0, memory_.displayLitLeftSec - sec);
+    memory_.extrasWaitSec = std::max(0.0, memory_.extrasWaitSec - sec);
     if (memory_.level > 0) {
         memory_.levelSec += sec;
     }
     if (memory_.returnFrom == 0) {
         return;
     }
-    const bool wasDelayed = returnDelayed();
     memory_.returnSec += sec;
-    if (wasDelayed && !returnDelayed()) {
-        resumeCooling();
-    }
     if (memory_.returnSec >= memory_.returnDelaySec + memory_.returnRampSec) {
         memory_.returnFrom = 0;
+        resumeCooling();
     }
 }
 
@@ -201,6 +200,16 @@ void Refrigerator::opened(const DoorOpening &opening) {
     memory_.displayLitLeftSec = parameters_.displayLitSec;
 }
 
+/* The kitchen's temperature, found anew every five minutes. */
+void Refrigerator::followAmbient() {
+    constexpr TimeMs kAmbientMs = 300'000;
+    const TimeMs local = now_ + utcOffsetMs_;
+    if (local < ambientFromMs_ || local >= ambientFromMs_ + kAmbientMs) {
+        ambientFromMs_ = floorDiv(local, kAmbientMs) * kAmbientMs;
+        inputs_.ambientCelsius = ambientAt(ambientFromMs_);
+    }
+}
+
 double Refrigerator::ambientAt(TimeMs localMs) const {
     const TimeMs day = floorDiv(localMs, kMsPerDay);
     const double dayShare =
@@ -224,6 +233,7 @@ void Refrigerator::setUtcOffsetSec(int offsetSec) {
 
 void Refrigerator::setAmbientMeanCelsius(double celsius) {
     parameters_.ambientMeanCelsius = celsius;
+    ambientFromMs_ = kNoTime;
     control();
 }
 
@@ -246,6 +256,7 @@ void Refrigerator::setLevel(int level, TimeMs now) {
     const int ended = effectiveLevel();
     memory_.level = level;
     memory_.returnFrom = 0;
+    memory_.extrasWaitSec = 0;
     if (level == 0) {
         if (ended > 0) {
             // Each appliance of a fleet draws its own delay, or all would start at once. What a
@@ -257,6 +268,10 @@ void Refrigerator::setLevel(int level, TimeMs now) {
             memory_.returnSec = 0;
             memory_.returnDelaySec = random.between(0, longest);
             memory_.returnRampSec = std::min(parameters_.returnRampLongestSec, memory_.levelSec);
+            // So do the heaters of defrost and ice maker, which draw more than compressors do.
+            memory_.extrasWaitSec =
+                memory_.returnDelaySec +
+                random.between(0, std::min(parameters_.returnExtrasLongestSec, memory_.levelSec));
         }
         memory_.levelSec = 0;
     }
@@ -275,6 +290,7 @@ void Refrigerator::setOverride(bool on, TimeMs now) {
     memory_.override = on;
     if (on) {
         memory_.returnFrom = 0;
+        memory_.extrasWaitSec = 0;
         if (slackened) {
             resumeCooling();
         }
@@ -297,6 +313,7 @@ void Refrigerator::restartControl(TimeMs now) {
     memory_.override = false;
     memory_.defrostHold = false;
     memory_.returnFrom = 0;
+    memory_.extrasWaitSec = 0;
     memory_.foodLimitActive = false;
     memory_.freezerCalls = false;
     memory_.fridgeCalls = false;
@@ -356,11 +373,15 @@ Refrigerator::Wishes Refrigerator::wishes() const {
         share = 1 - back;
         limit = p.returnCapacityLimit + (1 - p.returnCapacityLimit) * back;
     } else {
-        limit = p.levels.at(static_cast<std::size_t>(level)).capacityLimit;
+        const bool shedding = level >= kStrongLevel && memory_.levelSec < p.strongShedSec;
+        limit = shedding ? 0 : p.levels.at(static_cast<std::size_t>(level)).capacityLimit;
     }
     if (memory_.foodLimitActive) {
         share = 0;
-        limit = std::max(limit, p.returnCapacityLimit);
+        const Temperatures &t = cabinet_.temperatures();
+        const bool tooWarm = t.fridgeFood > p.fridgeFoodHighestCelsius ||
+                             t.freezerFood > p.freezerFoodHighestCelsius;
+        limit = tooWarm ? 1 : std::max(limit, p.returnCapacityLimit);
     }
     const LevelParameters &warmer = p.levels.at(static_cast<std::size_t>(from));
     return {.fridgeSetCelsius = p.fridgeSetCelsius + share * warmer.fridgeWarmerKelvin,
@@ -374,28 +395,33 @@ void Refrigerator::control() {
     wishes_ = wishes();
     controlDefrost(wishes_);
     controlCompressor(wishes_);
-    controlIce(wishes_.extrasHeld);
+    controlIce();
     switchOutputs(wishes_);
 }
 
 void Refrigerator::controlFoodLimit() {
     const Parameters &p = parameters_;
-    const double band = memory_.foodLimitActive ? p.foodLimitBandKelvin : 0;
+    const double band = memory_.foodLimitActive ? p.foodGuardBandKelvin : 0;
     const Temperatures &t = cabinet_.temperatures();
     const bool slackened = effectiveLevel() > 0 || memory_.returnFrom > 0;
-    memory_.foodLimitActive = slackened && (t.fridgeFood > p.fridgeFoodLimitCelsius - band ||
-                                            t.freezerFood > p.freezerFoodLimitCelsius - band);
+    // Without the defrost that is overdue, ice blocks the air; the freezer has to be cold for it.
+    memory_.foodLimitActive = slackened && (t.fridgeFood > p.fridgeFoodGuardCelsius - band ||
+                                            t.freezerFood > p.freezerFoodGuardCelsius - band ||
+                                            defrost_.overdueSec() > 0);
 }
 
 void Refrigerator::controlDefrost(const Wishes &wishes) {
-    const bool held = memory_.defrostHold || wishes.extrasHeld;
+    const bool held = memory_.defrostHold || wishes.extrasHeld || memory_.extrasWaitSec > 0;
     if (held != memory_.held) {
         memory_.held = held;
         memory_.heldSince = now_;
     }
     const bool mayNotStop =
         memory_.compressorOn && memory_.compressorPhaseSec < parameters_.minimumOnSec;
-    defrost_.control(held, mayNotStop || wishes.capacityLimit <= 0);
+    const bool recovering =
+        cabinet_.temperatures().freezerFood > parameters_.defrostWarmestFoodCelsius &&
+        defrost_.overdueSec() < parameters_.defrostRecoverySec;
+    defrost_.control(held, mayNotStop || recovering || wishes.capacityLimit <= 0);
 }
 
 void Refrigerator::controlCompressor(const Wishes &wishes) {
@@ -411,6 +437,10 @@ void Refrigerator::controlCompressor(const Wishes &wishes) {
         memory_.compressorPhaseSec >= (wanted ? p.minimumOffSec : p.minimumOnSec)) {
         memory_.compressorOn = wanted;
         memory_.compressorPhaseSec = 0;
+        if (wanted) { // one start serves both compartments
+            memory_.freezerCalls |= t.freezerAir > wishes.freezerSetCelsius;
+            memory_.fridgeCalls |= t.fridgeAir > wishes.fridgeSetCelsius;
+        }
     }
     if (!memory_.compressorOn) {
         memory_.capacity = 0;
@@ -428,13 +458,15 @@ bool Refrigerator::wantsCooling() const {
            wishes_.capacityLimit > 0;
 }
 
-void Refrigerator::controlIce(bool held) {
+bool Refrigerator::iceHeld() const { return wishes_.extrasHeld || memory_.extrasWaitSec > 0; }
+
+void Refrigerator::controlIce() {
     const auto stage = static_cast<IceStage>(memory_.iceStage);
     const auto enter = [this](IceStage next, double sec) {
         memory_.iceStage = static_cast<int>(next);
         memory_.iceStageLeftSec = sec;
     };
-    if (held) {
+    if (iceHeld()) {
         if (stage == IceStage::Harvesting) {
             enter(IceStage::Frozen, 0);
         }
@@ -447,14 +479,12 @@ void Refrigerator::controlIce(bool held) {
 
 /* Switches everything to what was decided, and adds up what it draws until the next step's end. */
 void Refrigerator::switchOutputs(const Wishes &wishes) {
-    constexpr TimeMs kAmbientMs = 300'000; // it changes slowly
     const Parameters &p = parameters_;
-    const TimeMs local = now_ + utcOffsetMs_;
     const auto stage = static_cast<IceStage>(memory_.iceStage);
     const double harvestWatt = stage == IceStage::Harvesting ? p.iceHarvestWatt : 0;
     const double freezeWatt = stage == IceStage::Freezing ? p.iceBatchJoule / p.iceFreezeSec : 0;
 
-    inputs_.ambientCelsius = ambientAt(floorDiv(local, kAmbientMs) * kAmbientMs);
+    followAmbient();
     inputs_.capacity = memory_.capacity;
     inputs_.fanOn = memory_.compressorOn;
     inputs_.damperOpen = memory_.fridgeCalls;

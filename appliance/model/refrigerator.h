@@ -71,7 +71,7 @@ struct RefrigeratorState {
         bool freezerOpen = false;
     } doors;
     Mode mode = Mode::Normal;
-    bool foodLimitActive = false; // a level is set aside because food would become too warm
+    bool foodLimitActive = false; // a level is set aside, or food would become too warm
 };
 
 enum class IceStage { Idle, Freezing, Frozen, Harvesting };
@@ -104,6 +104,7 @@ struct RefrigeratorMemory {
     double returnSec = 0;        // since it has ended
     double returnDelaySec = 0;   // how long its set-points stay on
     double returnRampSec = 0;    // and how long normal operation then takes to come back
+    double extrasWaitSec = 0;    // how long a return still holds defrost and ice maker
     std::uint64_t draws = 0;     // random numbers used
     bool fridgeHandOpen = false; // opened by hand, beside the household
     bool freezerHandOpen = false;
@@ -167,6 +168,8 @@ public:
     void restore(const RefrigeratorMemory &memory);
 
 private:
+    static constexpr TimeMs kNoTime = INT64_MIN / 2;
+
     /* What a level makes of the thermostats and switches at this moment. */
     struct Wishes {
         double fridgeSetCelsius;
@@ -181,17 +184,19 @@ private:
     void passIce(double sec);
     void followHousehold();
     void findPlan();
+    void followAmbient();
     void opened(const DoorOpening &opening);
     void resumeCooling();
     void control();
     void controlFoodLimit();
     void controlDefrost(const Wishes &wishes);
     void controlCompressor(const Wishes &wishes);
-    void controlIce(bool held);
+    void controlIce();
     void switchOutputs(const Wishes &wishes);
     [[nodiscard]] bool returnDelayed() const;
     [[nodiscard]] int effectiveLevel() const;
     [[nodiscard]] bool wantsCooling() const;
+    [[nodiscard]] bool iceHeld() const;
     [[nodiscard]] Wishes wishes() const;
     [[nodiscard]] double ambientAt(TimeMs localMs) const;
     [[nodiscard]] std::optional<std::string> compressorReason() const;
@@ -209,6 +214,7 @@ private:
     // The household's doors: its plan of one local day, and the next opening of each door in it.
     std::int64_t planDay_ = INT64_MIN;
     std::array<DoorTimes, 2> doors_;
+    TimeMs ambientFromMs_ = kNoTime; // local time from which inputs_.ambientCelsius holds
 
     // What is switched on since the last step's end.
     CabinetInputs inputs_;
