@@ -117,6 +117,7 @@ struct Thread {
     bool wakeOnSystemClock = false;
     bool timedOut = false; // how the last wait ended
     bool isDetached = false;
+    int locksToFail = 0; // touched by the thread itself alone
 
     std::atomic<std::uint32_t> turn{0}; // 1: this thread may go on
 };
@@ -436,6 +437,10 @@ int lockByTrying(WaitsFor what, const void *object, Try tryLock) {
 }
 
 int lockMutex(pthread_mutex_t *mutex) {
+    if (self->locksToFail > 0) {
+        --self->locksToFail;
+        return EINVAL;
+    }
     return lockByTrying(WaitsFor::Mutex, mutex,
                         [mutex] { return real::pthread_mutex_trylock.get()(mutex); });
 }
@@ -546,6 +551,8 @@ void setClock(const std::string &utc) {
 }
 
 void jumpClock(double sec) { theRun->systemOffsetNs += std::llround(sec * 1e9); }
+
+void failLocks(int times) { self->locksToFail = times; }
 
 void nameThread(const std::string &name) {
     if (self != nullptr) {

@@ -75,6 +75,9 @@ void settle();
 void setClock(const std::string &utc);
 void jumpClock(double sec);
 
+// Lets the calling thread's next mutex locks fail with EINVAL, as many as said.
+void failLocks(int times);
+
 // Names the calling thread in reports. The text is copied.
 void nameThread(const std::string &name);
 

@@ -254,6 +254,10 @@ struct ReservationNotification {
 
 void answerNotifications(int result); // of every one from now on; 0 after reset()
 
+// Lets every declaration, installation and start from now on answer -1, though it is done; not any
+// more after reset().
+void answerFailure();
+
 // The platform's promise before terminate: waits for the running handler, refuses from then on.
 // The loop calls it; tests without a loop may.
 void quiesce();

@@ -43,6 +43,7 @@ std::vector<Command> declared;
 std::vector<std::string> sent;
 std::vector<ReservationNotification> sentReservations;
 int notificationAnswer = 0;
+bool failureIsAnswered = false;
 
 void workOnRequests() {
     virtualtime::nameThread("proxy");
@@ -111,7 +112,7 @@ int install(const char *function, Handler Handlers::*which, Handler handler) {
     }
     const std::lock_guard lock(mutex);
     installed.*which = handler;
-    return 0;
+    return failureIsAnswered ? -1 : 0;
 }
 
 int notify(const std::string &text) {
@@ -134,25 +135,25 @@ int KestAddProxyCommands(const char *name, int kind) {
            "KestAddProxyCommands(" + std::string(name) + ", " + std::to_string(kind) + ")");
     const std::lock_guard lock(mutex);
     declared.push_back({name, kind});
-    return 0;
+    return failureIsAnswered ? -1 : 0;
 }
 
 int KestInitProxy(const char *name) {
     record(Kind::Proxy, "KestInitProxy(" + std::string(name) + ")");
     const std::lock_guard lock(mutex);
-    return std::exchange(isNamed, true) ? -1 : 0;
+    return std::exchange(isNamed, true) || failureIsAnswered ? -1 : 0;
 }
 
 int KestStart() {
     record(Kind::Proxy, "KestStart");
     const std::lock_guard lock(mutex);
-    return !isNamed || std::exchange(isStarted, true) ? -1 : 0;
+    return !isNamed || std::exchange(isStarted, true) || failureIsAnswered ? -1 : 0;
 }
 
 int KestSendSetProxyCmds() {
     record(Kind::Proxy, "KestSendSetProxyCmds");
     const std::lock_guard lock(mutex);
-    return isStarted ? 0 : -1;
+    return isStarted && !failureIsAnswered ? 0 : -1;
 }
 
 int KestRegisterGetDRLCOverrideFunc(KestGetDRLCOverrideFunc handler) {
@@ -386,6 +387,11 @@ void answerNotifications(int result) {
     notificationAnswer = result;
 }
 
+void answerFailure() {
+    const std::lock_guard lock(mutex);
+    failureIsAnswered = true;
+}
+
 void quiesce() {
     std::thread ending;
     {
@@ -421,6 +427,8 @@ void clearProxy() {
 void resetProxy() {
     forgetHandlers();
     proxy::answerNotifications(0);
+    const std::lock_guard lock(mutex);
+    failureIsAnswered = false;
 }
 
 } // namespace internal

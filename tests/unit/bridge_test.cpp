@@ -193,6 +193,17 @@ TEST_F(BridgeTest, ControllersThatAreRebuiltInstallTheirHandlersAgain) {
     }
 }
 
+TEST_F(BridgeTest, ProxyWhoseCallsAllAnswerFailureIsUsedAsAnyOther) {
+    fakes::proxy::answerFailure();
+    startServiceAndOpenGate();
+    EXPECT_THAT(fakes::proxy::commands(), ElementsAreArray(kCommands));
+    EXPECT_THAT(registrations(),
+                ElementsAreArray(joined({kOfDefrostDelay, kOfEnergyDR, kOfEnergyReport})));
+    for (const Request &request : kRequests) {
+        EXPECT_EQ(request.make(), 1) << request.command;
+    }
+}
+
 // ---- Requests ----
 
 TEST_F(BridgeTest, HandlerLogsTheRegistrationThatInstalledItOnEntry) {

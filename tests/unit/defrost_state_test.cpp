@@ -40,6 +40,19 @@ std::string enableMessage(int value) {
     return "Defrost] Info that is changed Enable send KestD : " + std::to_string(value);
 }
 
+TEST_F(DefrostState, MutexThatCannotBeLockedRaisesTheStandardErrorAndChangesNothing) {
+    bring(0, 0);
+    for (const std::function<void()> &operation : std::vector<std::function<void()>>{
+             [this] { defrost().getEnable(); }, [this] { defrost().getSchedules(); },
+             [this] { defrost().setEnable(1); }, [this] { defrost().setActive(1); }}) {
+        virtualtime::failLocks(1);
+        EXPECT_THROW(operation(), std::system_error);
+    }
+    EXPECT_THAT(fakes::texts({fakes::Kind::Setting, fakes::Kind::Notification}), IsEmpty());
+    EXPECT_EQ(defrost().getEnable(), 0);
+    EXPECT_EQ(defrost().getActive(), 0);
+}
+
 TEST_F(DefrostState, EnableIsPersistedLoggedAndAnnouncedAsOnWhateverIsNotZero) {
     for (const auto &[value, on] : std::vector<std::pair<int, bool>>{
              {1, true}, {0, false}, {5, true}, {-1, true}, {1, true}, {1, true}}) {

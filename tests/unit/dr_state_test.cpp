@@ -60,6 +60,21 @@ TEST_F(DrState, OverrideIsPersistedAndLoggedAndAnnouncedOnlyWhenOffOrOn) {
     }
 }
 
+TEST_F(DrState, MutexThatCannotBeLockedRaisesTheStandardErrorAndChangesNothing) {
+    dr().setLevel(1);
+    for (const std::function<void()> &operation : std::vector<std::function<void()>>{
+             [this] { dr().getLevel(); }, [this] { dr().getSchedule(); },
+             [this] { dr().setLevel(2); }, [this] { dr().setOverride(1); },
+             [this] { dr().setBlock(1); }, [this] { dr().setSendLevel(3); },
+             [this] { dr().isActiveInit(); }}) {
+        fakes::clearRecords();
+        virtualtime::failLocks(1);
+        EXPECT_THROW(operation(), std::system_error);
+        EXPECT_THAT(fakes::texts({fakes::Kind::Setting, fakes::Kind::Notification}), IsEmpty());
+    }
+    EXPECT_EQ(dr().getLevel(), 1);
+}
+
 TEST_F(DrState, SettingTheOverrideAnswersWhatItsAnnouncementDoesAndZeroWithoutOne) {
     fakes::proxy::answerNotifications(-7);
     EXPECT_EQ(dr().setOverride(0), -7);
