@@ -277,6 +277,8 @@ struct Creation {
     std::string sql;
 };
 
+void PrintTo(const Creation &creation, std::ostream *out) { *out << creation.table; }
+
 class CreationTest : public OpenDatabaseTest, public ::testing::WithParamInterface<Creation> {};
 
 TEST_P(CreationTest, RunsTheTablesOwnTextAndLogsIt) {

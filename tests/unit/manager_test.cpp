@@ -83,6 +83,8 @@ struct EntryPoint {
     void (*call)();
 };
 
+void PrintTo(const EntryPoint &point, std::ostream *out) { *out << point.name; }
+
 class ManagerEntryPointTest : public ManagerTest, public testing::WithParamInterface<EntryPoint> {};
 
 INSTANTIATE_TEST_SUITE_P(
