@@ -57,13 +57,16 @@ struct Present {
 };
 thread_local Present present;
 
+std::atomic<std::uint64_t> failures{0}; // met so far
+
 // Uses up one of the failures that were asked for.
 bool mustFail(int &times) {
-    if (times > 0) {
-        --times;
-        return true;
+    if (times == 0) {
+        return false;
     }
-    return times == kAlways;
+    times -= times > 0 ? 1 : 0;
+    ++failures;
+    return true;
 }
 
 [[noreturn]] void fail(const std::string &what, const std::string &why) {
@@ -89,6 +92,7 @@ bool meets(Trouble trouble) {
     }
     if (trouble == Trouble::IoError && operationsUntilFailure > 0 &&
         --operationsUntilFailure == 0) {
+        ++failures;
         return true;
     }
     return present.trouble == trouble;
@@ -380,6 +384,8 @@ void failCloses(int times) {
 void failFileOperation(int n) { operationsUntilFailure = n; }
 
 bool pendingFileFailure() { return operationsUntilFailure > 0; }
+
+std::uint64_t failuresMet() { return failures; }
 
 void heal() {
     failStatements({}, 0);

@@ -73,6 +73,8 @@ void failCloses(int times = kAlways); // SQLITE_BUSY, as with a statement left o
 void failFileOperation(int n);
 [[nodiscard]] bool pendingFileFailure(); // it has not been met yet
 void heal();
+// How many calls and operations have met one of these failures, since the process began.
+[[nodiscard]] std::uint64_t failuresMet();
 
 // Another connection that holds the file, as a second process would.
 class Lock {

@@ -1,0 +1,733 @@
+/*
+ * The rules. In this order: what is seen, the tables, what must hold while time passes.
+ */
+#include "judge.h"
+
+#include "reservation_window.h"
+#include "storage.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace corvane::lab {
+namespace {
+
+using fakes::Entry;
+using fakes::Kind;
+
+constexpr const char *kCommandKey = "memory/refrigerator/TxMessage";
+constexpr const char *kLevelKey = "db/corvane/dr/level";
+constexpr const char *kOverrideKey = "db/corvane/dr/override";
+constexpr const char *kEnableKey = "db/corvane/defrost/status";
+constexpr const char *kActiveKey = "db/corvane/defrost/activate";
+constexpr const char *kDisplayOverrideKey = "db/corvane/dr/micom_override";
+
+constexpr const char *kLevelCommands[] = {"SET_SMARTGRID_LEVEL_NORMAL", "SET_SMARTGRID_LEVEL1",
+                                          "SET_SMARTGRID_LEVEL2", "SET_SMARTGRID_LEVEL3",
+                                          "SET_SMARTGRID_LEVEL4"};
+constexpr const char *kOverrideCommands[] = {"SET_SMARTGRID_OVERRIDE_OFF",
+                                             "SET_SMARTGRID_OVERRIDE_FOREVER"};
+constexpr const char *kHeld = "SET_SMARTGRID_ENABLE";
+constexpr const char *kReleased = "SET_SMARTGRID_DISABLE";
+
+/* A pass comes each second; what follows one has followed after two and a half. */
+constexpr std::int64_t kPassesMs = 2'500;
+/* Construction of all controllers from the moment that the gate may open. */
+constexpr std::int64_t kGateMs = 12'000;
+constexpr std::int64_t kTaskMs = 1'050; // deferred tasks sleep a second and are 50 ms apart
+constexpr std::int64_t kDecember2015Sec = 1'448'928'000;
+constexpr int kCounterWrap = 1'000'000;
+constexpr int kCountsPerUnit = 10'000;
+
+enum Table { kNoTable, kDrTable, kDefrostTable, kPowerTable };
+
+Table tableOf(const std::string &sql) {
+    if (sql.find("dr_usage_table") != sql.npos)
+        return kDrTable;
+    if (sql.find("defrost_usage_table") != sql.npos)
+        return kDefrostTable;
+    return sql.find("power_usage_table") != sql.npos ? kPowerTable : kNoTable;
+}
+
+bool startsWith(const std::string &text, std::string_view start) {
+    return std::string_view(text).substr(0, start.size()) == start;
+}
+
+/* The texts between quotes. */
+std::vector<std::string> valuesOf(const std::string &sql) {
+    std::vector<std::string> values;
+    for (std::size_t at = sql.find('\''); at != sql.npos; at = sql.find('\'', at + 1)) {
+        const std::size_t end = sql.find('\'', at + 1);
+        if (end == sql.npos)
+            break;
+        values.push_back(sql.substr(at + 1, end - at - 1));
+        at = end;
+    }
+    return values;
+}
+
+int numberIn(const std::string &text) {
+    const std::size_t at = text.find_first_of("-0123456789");
+    return at == text.npos ? 0 : std::atoi(text.c_str() + at);
+}
+
+std::int64_t lengthMs(const std::string &text) {
+    int hours = 0, minutes = 0, seconds = 0;
+    std::sscanf(text.c_str(), "%2d:%2d:%2d", &hours, &minutes, &seconds);
+    return ((hours * 60 + minutes) * 60 + seconds) * std::int64_t{1000};
+}
+
+std::int64_t utcTextMs(const std::string &text) {
+    std::tm fields{};
+    strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
+    return std::int64_t{timegm(&fields)} * 1000;
+}
+
+std::tm utcFields(std::int64_t utcMs) {
+    const std::time_t seconds = utcMs / 1000;
+    std::tm fields{};
+    gmtime_r(&seconds, &fields);
+    return fields;
+}
+
+/* The first of the month six months back. */
+std::string oldestKey(const std::tm &fields) {
+    const int months = (fields.tm_year + 1900) * 12 + fields.tm_mon - 6;
+    char text[40];
+    std::snprintf(text, sizeof text, "%d%02d0000", months / 12, months % 12 + 1);
+    return text;
+}
+
+std::string optionalText(const std::optional<int> &value) {
+    return value ? std::to_string(*value) : "nothing";
+}
+
+} // namespace
+
+void Judge::broken(const std::string &rule, const std::string &what) const {
+    eyes_->broken(rule, what);
+    std::abort(); // the compiler does not see that a virtual function never returns
+}
+
+// ---- What is seen ----
+
+void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<int> overrideKey,
+                       std::optional<int> enableKey, std::optional<int> activeKey) {
+    eyes_ = &eyes;
+    const std::int64_t now = eyes.nowMs();
+    drSinceMs_ = defrostSinceMs_ = reportSinceMs_ = -1;
+    clockTouchedMs_ = now;
+    storeFailuresSeen_ = 0;
+    storeFailedMs_ = now - 1'000'000;
+    handling_.clear();
+    orderInserted_ = false;
+    commandedLevel_ = -1;
+    levelKey_ = levelKey;
+    overrideKey_ = overrideKey;
+    enableKey_ = enableKey;
+    activeKey_ = activeKey;
+    startLevel_ = levelKey.value_or(0);
+    heldCommand_ = notifiedLevel_ = notifiedBlock_ = notifiedEnable_ = notifiedOverride_ =
+        std::nullopt;
+    levelUnannounced_ = enableUnannounced_ = overrideUnannounced_ = false;
+    zeroEchoes_ = 0;
+    levelDoubtful_ = false;
+    sqlTable_ = kNoTable;
+    lastCycleMs_ = -1;
+    storesDue_ = cyclesDue_ = 0;
+    remainder_ = 0;
+    displayOverride_ = -1;
+    gateOpenMs_ = -1;
+    keptFrom_.clear();
+    eventDirty_ = reservationsDirty_ = hoursDirty_ = true;
+    eventDoubtful_ = eventLost_ = reservationsDoubtful_ = false;
+    isCounterOfLastLife_ = true;
+    activeSinceMs_ = overSinceMs_ = blockWrongSinceMs_ = heldWrongSinceMs_ = notHeldSinceMs_ =
+        bothSinceMs_ = levelLeftSinceMs_ = energyWrongSinceMs_ = -1;
+}
+
+void Judge::lifeEnds(EndOfLife) {
+    if (startsWith(std::string(handling_), "ControlDRLC(") && orderInserted_)
+        killedInOrder_ = true; // defrost delay may not have been switched off
+}
+
+void Judge::see(const Entry &entry) {
+    ++steps_;
+    switch (entry.kind) {
+    case Kind::Log:
+        return seeLog(entry.text);
+    case Kind::Setting: {
+        const std::size_t equals = entry.text.find('=');
+        return seeSetting(entry.text.substr(0, equals), entry.text.substr(equals + 1));
+    }
+    case Kind::Notification:
+        return seeNotification(entry.text);
+    case Kind::Sql:
+        return seeSql(entry.text);
+    case Kind::Post:
+        return seePost(entry.text);
+    case Kind::Request:
+        return seeRequest(entry.text);
+    default:
+        return;
+    }
+}
+
+void Judge::clockWasTouched() {
+    clockTouchedMs_ = eyes_->nowMs();
+    gateOpenMs_ = -1;
+}
+
+void Judge::seeLog(const std::string &text) {
+    const std::int64_t now = eyes_->nowMs();
+    const bool isFirst = text == "start DefrostDelay Thread!!";
+    if (isFirst && (!eyes_->isWifiConnected() || (eyes_->utcMs() < kDecember2015Sec * 1000 &&
+                                                  now - clockTouchedMs_ > 10 * kTaskMs)))
+        broken("controllers start only after a Wi-Fi connection exists and the clock is plausible",
+               "the first one has started");
+    if (isFirst)
+        defrostSinceMs_ = now;
+    else if (text == "start EnergyDR Thread!!")
+        drSinceMs_ = now;
+    else if (text == "start EnergyReport Thread!!")
+        reportSinceMs_ = now;
+    else if (text == "stop EnergyDR Thread!!")
+        drSinceMs_ = -1;
+    else if (text == "stop DefrostDelay Thread!!")
+        defrostSinceMs_ = -1;
+    else if (text == "stop EnergyReport Thread!!")
+        reportSinceMs_ = -1;
+    else if (text == "Callback DR_Level Resp From Micom : 0")
+        ++zeroEchoes_;
+    else if (text == "REPORT] callback Energy from Micom")
+        ++cyclesDue_;
+    else if (startsWith(text, "REPORT] [UTC]currentTime")) {
+        if (lastCycleMs_ >= 0 && now - lastCycleMs_ < kTaskMs)
+            broken("consecutive tasks are at least 50 ms apart",
+                   "two metering cycles, each of which sleeps a second first, came within " +
+                       std::to_string(now - lastCycleMs_) + " ms");
+        lastCycleMs_ = now;
+        if (--cyclesDue_ < 0)
+            broken("a metering cycle follows each publication", "there was none for this cycle");
+    } else if (startsWith(text, "REPORT] saveValue : ")) {
+        storesDue_ += numberIn(text) >= 1 ? 1 : 0;
+    } else if (startsWith(text, "REPORT] delete date : ")) {
+        keptFrom_ = text.substr(text.rfind(' ') + 1);
+        keptFromMs_ = now;
+        if (std::string_view(keptFrom_) != oldestKey(utcFields(eyes_->utcMs())))
+            broken("rows older than six months are removed",
+                   "the limit is given as " + std::string(keptFrom_));
+    }
+}
+
+void Judge::seeSetting(const std::string &key, const std::string &value) {
+    const int number = std::atoi(value.c_str());
+    if (key == kCommandKey) {
+        seeCommand(value);
+    } else if (key == kLevelKey) {
+        if (levelUnannounced_)
+            broken("the remote side hears of every change of the level", "one was not notified");
+        levelKey_ = number;
+        levelUnannounced_ = true;
+        levelDoubtful_ = false;
+    } else if (key == kOverrideKey) {
+        if (overrideUnannounced_)
+            broken("the remote side hears of every change of the override", "one was not notified");
+        overrideKey_ = number;
+        overrideUnannounced_ = drSinceMs_ >= 0 && (number == 0 || number == 1);
+    } else if (key == kEnableKey) {
+        if (enableUnannounced_)
+            broken("the remote side hears of every change of defrost delay",
+                   "one was not notified");
+        enableKey_ = number;
+        enableUnannounced_ = true;
+    } else if (key == kActiveKey) {
+        activeKey_ = number;
+        // Switched off between the worker's look at "enabled" and its setting of "active".
+        heldByRace_ = number == 1 && enableKey_.value_or(0) == 0 && defrostSinceMs_ >= 0;
+    } else if (key == kDisplayOverrideKey) {
+        displayOverride_ = number;
+        displayOverrideMs_ = eyes_->nowMs();
+    }
+}
+
+void Judge::micomWrites(const std::string &key, int) {
+    if (key != "memory/refrigerator/SmartGridDrLevel")
+        return;
+    const std::int64_t now = eyes_->nowMs();
+    // The follower of the first has not run yet, or has not been there.
+    levelDoubtful_ = levelDoubtful_ || now - echoMs_ < 30'000;
+    echoMs_ = now;
+}
+
+void Judge::seeCommand(const std::string &command) {
+    const auto *level = std::find(std::begin(kLevelCommands), std::end(kLevelCommands), command);
+    if (level != std::end(kLevelCommands))
+        return seeLevelCommand(static_cast<int>(level - std::begin(kLevelCommands)));
+    for (int value : {0, 1}) {
+        if (command != kOverrideCommands[value])
+            continue;
+        const std::string request = "ControlOverride(" + std::to_string(value) + ")";
+        if (displayOverride_ == value)
+            displayOverride_ = -1;
+        else if (std::string_view(handling_) != request)
+            broken("an override is commanded when display or remote side want it", command);
+        return;
+    }
+    if (command != kHeld && command != kReleased)
+        broken("every Micom text is in the vocabulary", "\"" + command + "\" is not");
+    heldCommand_ = command == kHeld ? 1 : 0;
+    heldCommandMs_ = eyes_->nowMs();
+}
+
+bool Judge::isActiveAt(const Event &event, std::int64_t utcMs) {
+    return event.startMs <= utcMs && utcMs < event.endMs;
+}
+
+void Judge::seeLevelCommand(int level) {
+    const std::int64_t now = eyes_->nowMs();
+    const std::int64_t utc = eyes_->utcMs();
+    const bool isStart =
+        (drSinceMs_ < 0 && level == startLevel_) ||
+        (std::string_view(handling_) == "GetDRLCOverride()" && level == levelKey_.value_or(0));
+    const bool isRepeat = utcFields(utc).tm_min % 10 == 0 && level == commandedLevel_;
+    const bool isOrder = !handling_.empty() || now - orderEndedMs_ < kPassesMs;
+    const auto begins = [&](const std::optional<Event> &event) {
+        return event && event->level == level && isActiveAt(*event, utc);
+    };
+    const auto isOver = [&](const std::optional<Event> &event) {
+        return event && utc > event->endMs;
+    };
+    bool isRight = isStart || isRepeat;
+    if (level > 0)
+        isRight = isRight || begins(event_) || begins(inserted_) || (isOrder && begins(replaced_));
+    else if (!isRight) {
+        isRight = startsWith(std::string(handling_), "ControlDRLC(0") || isOver(event_) ||
+                  isOver(inserted_) || (isOrder && isOver(replaced_));
+        if (!isRight && zeroEchoes_ > 0) {
+            --zeroEchoes_;
+            isRight = true;
+        }
+    }
+    if (!isRight)
+        broken(level > 0 ? "a level is commanded only while its event lasts, at a start and at the "
+                           "ten-minute repeats"
+                         : "the normal level is commanded at an event's end or cancellation, at a "
+                           "start and at the ten-minute repeats",
+               "level " + std::to_string(level) + " was commanded");
+    isCommandOfStart_ = isStart || (isRepeat && isCommandOfStart_);
+    commandedLevel_ = level;
+    commandedMs_ = now;
+}
+
+void Judge::seeNotification(const std::string &text) {
+    const int value = numberIn(text);
+    const auto differs = [&](const char *what, const std::optional<int> &key) {
+        broken(std::string(what) + " key equals what was last reported",
+               text + " while the key holds " + optionalText(key));
+    };
+    if (startsWith(text, "SendDRLCNotify")) {
+        if (levelKey_ != value)
+            differs("the level", levelKey_);
+        notifiedLevel_ = value;
+        levelUnannounced_ = false;
+    } else if (startsWith(text, "SendOverrideNotify")) {
+        if (overrideKey_ != value)
+            differs("the override", overrideKey_);
+        notifiedOverride_ = value;
+        overrideUnannounced_ = false;
+    } else if (startsWith(text, "SendDelayDefrostNotify")) {
+        const int enabled = text == "SendDelayDefrostNotify(true)" ? 1 : 0;
+        if ((enableKey_.value_or(0) != 0) != (enabled == 1))
+            differs("the defrost delay's", enableKey_);
+        notifiedEnable_ = enabled;
+        enableUnannounced_ = false;
+    } else if (startsWith(text, "SendDefrostBlockNotify")) {
+        if (value != 0 && value != 1)
+            broken("the block is 0 or 1", text);
+        notifiedBlock_ = value;
+    }
+}
+
+void Judge::noticeStoreFailures() {
+    const std::uint64_t failures = eyes_->storeFailures();
+    if (failures == storeFailuresSeen_)
+        return;
+    storeFailuresSeen_ = failures;
+    storeFailedMs_ = eyes_->nowMs();
+    eventDoubtful_ = eventDoubtful_ || sqlTable_ == kDrTable || sqlTable_ == kNoTable;
+    reservationsDoubtful_ =
+        reservationsDoubtful_ || sqlTable_ == kDefrostTable || sqlTable_ == kNoTable;
+    counterDoubtful_ = counterDoubtful_ || sqlTable_ == kPowerTable || sqlTable_ == kNoTable;
+}
+
+void Judge::seeSql(const std::string &sql) {
+    noticeStoreFailures();
+    sqlTable_ = tableOf(sql);
+    const bool isInsert = startsWith(sql, "INSERT");
+    const bool isDelete = startsWith(sql, "DELETE");
+    if (!isInsert && !isDelete && !startsWith(sql, "UPDATE") && !startsWith(sql, "CREATE"))
+        return;
+    if (sqlTable_ == kDrTable) {
+        eventDirty_ = true;
+        const bool isOrder = startsWith(std::string(handling_), "ControlDRLC(") &&
+                             !startsWith(std::string(handling_), "ControlDRLC(0");
+        if (isInsert) {
+            const auto values = valuesOf(sql);
+            const std::int64_t start = utcTextMs(values[3]);
+            inserted_ = Event{std::atoi(values[1].c_str()), start, start + lengthMs(values[2])};
+            acknowledged_ = std::nullopt;
+            orderInserted_ = true;
+        } else if (isDelete) {
+            if (isOrder && orderInserted_)
+                eventLost_ = true; // beside the order whose handler runs
+            replaced_ = event_ ? event_ : inserted_;
+            acknowledged_ = std::nullopt;
+        }
+    } else if (sqlTable_ == kDefrostTable) {
+        reservationsDirty_ = true;
+        if (isInsert) {
+            const auto values = valuesOf(sql);
+            insertedReservation_ = {std::atoi(values[0].c_str()),
+                                    {std::pmr::string(values[1]), std::pmr::string(values[2]),
+                                     std::pmr::string(values[3]), std::pmr::string(values[4])}};
+        } else if (isDelete) {
+            acknowledgedReservations_.erase(std::atoi(sql.c_str() + sql.rfind('=') + 1));
+        }
+    } else if (sqlTable_ == kPowerTable) {
+        hoursDirty_ = true;
+        if (startsWith(sql, "UPDATE"))
+            storesDue_ = std::max(0, storesDue_ - 1);
+        if (isDelete)
+            hourDeletions_.emplace_back(sql.substr(sql.find("date ") + 5));
+    }
+}
+
+void Judge::seePost(const std::string &text) {
+    int whole = 0, hundredths = 0, duration = 0, end = 0;
+    const int found = std::sscanf(text.c_str(),
+                                  "POST http://127.0.0.1:7777/external/metering?cumulativepower="
+                                  "%d.%2d&duration=%d%n",
+                                  &whole, &hundredths, &duration, &end);
+    if (found != 3 || static_cast<std::size_t>(end) != text.size() || duration != 60)
+        broken("the figure is posted to the metering service on this device", text);
+    const int total = remainder_ + whole * 100 + hundredths;
+    remainder_ = total % kCountsPerUnit;
+    expected_ += total / kCountsPerUnit;
+}
+
+void Judge::seeRequest(const std::string &text) {
+    const std::size_t arrow = text.find(" -> ");
+    if (arrow == text.npos) {
+        noticeStoreFailures();
+        handling_ = text;
+        orderInserted_ = false;
+        failuresAtRequest_ = eyes_->storeFailures();
+        return;
+    }
+    answered(text.substr(0, arrow), std::atoi(text.c_str() + arrow + 4));
+    handling_.clear();
+}
+
+void Judge::answered(const std::string &command, int answer) {
+    noticeStoreFailures();
+    if (answer != 0 && answer != 1)
+        broken("a handler answers 0 or 1", command + " was answered " + std::to_string(answer));
+    const bool isClean = failuresAtRequest_ == eyes_->storeFailures();
+    if (command == "ControlDRLC" && answer == 1) {
+        orderEndedMs_ = eyes_->nowMs();
+        if (isClean)
+            eventDoubtful_ = false;
+        if (orderInserted_ && !eventLost_)
+            acknowledged_ = inserted_;
+        if (!orderInserted_)
+            eventLost_ = false; // cancelled: the block is cleared
+        if (orderInserted_ && isClean && !startsWith(std::string(handling_), "ControlDRLC(0") &&
+            drSinceMs_ < 0)
+            broken("a handler without controller answers 0", std::string(handling_));
+    }
+    const bool isStoring =
+        command == "CreateDefrostReservations" || command == "SetDefrostReservations";
+    if (isStoring && answer == 1 && insertedReservation_)
+        acknowledgedReservations_[insertedReservation_->first] = insertedReservation_->second;
+    if ((isStoring || command == "DelDefrostReservations") && answer == 1 && isClean)
+        reservationsDoubtful_ = false;
+}
+
+// ---- The tables ----
+
+void Judge::readTables() {
+    if (!handling_.empty())
+        return;
+    if ((eventDirty_ || reservationsDirty_) && drSinceMs_ >= 0 && defrostSinceMs_ >= 0 &&
+        eyes_->canLookInto("corvane.db")) {
+        readEvent();
+        readReservations();
+    }
+    if (hoursDirty_ && reportSinceMs_ >= 0 && eyes_->canLookInto("usage.db"))
+        readHours();
+}
+
+void Judge::readEvent() {
+    const auto rows = fakes::storage::query(
+        "corvane.db", "SELECT drlcLevel, duration, drlcStartTime FROM dr_usage_table");
+    if (rows.size() > 1)
+        broken("at most one event is stored", std::to_string(rows.size()) + " are");
+    eventDirty_ = false;
+    event_ = std::nullopt;
+    if (!rows.empty()) {
+        const std::int64_t start = utcTextMs(rows[0][2]);
+        event_ = Event{std::atoi(rows[0][0].c_str()), start, start + lengthMs(rows[0][1])};
+    }
+    if (acknowledged_ && event_ != acknowledged_)
+        broken("an event survives a restart of the service",
+               "one that was answered 1 is not in the table any more");
+}
+
+void Judge::readReservations() {
+    const auto rows = fakes::storage::query(
+        "corvane.db",
+        "SELECT id, description, startTime, endTime, period FROM defrost_usage_table");
+    reservationsDirty_ = false;
+    reservations_.clear();
+    for (const auto &row : rows)
+        reservations_[std::atoi(row[0].c_str())] = {
+            std::pmr::string(row[1]), std::pmr::string(row[2]), std::pmr::string(row[3]),
+            std::pmr::string(row[4])};
+    for (const auto &[id, reservation] : acknowledgedReservations_) {
+        const auto found = reservations_.find(id);
+        if (found == reservations_.end() || !(found->second == reservation))
+            broken("a reservation that was answered 1 is stored",
+                   "number " + std::to_string(id) + " is not");
+    }
+}
+
+void Judge::readHours() {
+    noticeStoreFailures();
+    const auto rows = fakes::storage::query(
+        "usage.db", "SELECT date, power_usage FROM power_usage_table ORDER BY date");
+    hoursDirty_ = false;
+    std::pmr::set<std::pmr::string> hours;
+    for (const auto &row : rows) {
+        if (!hours.emplace(row[0]).second)
+            broken("there is one row for an hour", "two have the key " + row[0]);
+    }
+    for (const std::pmr::string &hour : hours_) {
+        const bool isDeleted =
+            std::any_of(hourDeletions_.begin(), hourDeletions_.end(), [&](const auto &condition) {
+                const std::string_view limit = std::string_view(condition).substr(3, 10);
+                return condition[0] == '<' ? hour < limit : hour > limit;
+            });
+        if (hours.count(hour) == 0 && !isDeleted)
+            broken("rows of the last six months stay", "the row " + std::string(hour) + " is gone");
+    }
+    hours_ = hours;
+    hourDeletions_.clear();
+    const bool isRowTooOld = !keptFrom_.empty() && !hours_.empty() && *hours_.begin() < keptFrom_ &&
+                             eyes_->nowMs() - keptFromMs_ > 60'000 && !counterDoubtful_ &&
+                             cyclesDue_ == 0 && !eyes_->isMeteringTroubled();
+    if (isRowTooOld)
+        broken("rows older than six months go", "the row " + std::string(*hours_.begin()) +
+                                                    " is older than " + std::string(keptFrom_));
+    const std::int64_t counter = rows.empty() ? 0 : std::atoll(rows.back()[1].c_str());
+    if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&
+        (counter < counter_ || counter > expected_) && expected_ <= kCounterWrap)
+        broken("a stored counter neither loses nor doubles energy over a restart",
+               "it was " + std::to_string(counter_) + " to " + std::to_string(expected_) +
+                   " and is " + std::to_string(counter));
+    if (!counterKnown_ || counterDoubtful_ || isCounterOfLastLife_)
+        expected_ = counter;
+    counterKnown_ = true;
+    isCounterOfLastLife_ = false;
+    counter_ = counter;
+}
+
+// ---- What must hold while time passes ----
+
+bool Judge::mayTellTime() const {
+    const std::int64_t now = eyes_->nowMs();
+    return now - clockTouchedMs_ > kPassesMs && now - storeFailedMs_ > kPassesMs &&
+           !eyes_->isStoreTroubled();
+}
+
+bool Judge::lasts(bool condition, std::int64_t &sinceMs) const {
+    if (!condition || !mayTellTime() || !handling_.empty()) {
+        sinceMs = -1;
+        return false;
+    }
+    if (sinceMs < 0)
+        sinceMs = eyes_->nowMs();
+    return eyes_->nowMs() - sinceMs > kPassesMs;
+}
+
+void Judge::tick() {
+    ++steps_;
+    noticeStoreFailures();
+    readTables();
+    checkGate();
+    checkEvent();
+    checkBlock();
+    checkDefrost();
+    checkKeys();
+    checkRepeat();
+    checkEnergy();
+}
+
+void Judge::checkGate() {
+    const bool mayOpen = eyes_->isWifiConnected() && eyes_->utcMs() >= kDecember2015Sec * 1000 &&
+                         !eyes_->isStoreTroubled();
+    if (!mayOpen || reportSinceMs_ >= 0 || eyes_->nowMs() - storeFailedMs_ < kGateMs) {
+        gateOpenMs_ = -1;
+        return;
+    }
+    if (gateOpenMs_ < 0)
+        gateOpenMs_ = eyes_->nowMs();
+    if (eyes_->nowMs() - gateOpenMs_ > kGateMs)
+        broken("the controllers are built once Wi-Fi is connected and the clock is plausible",
+               "they are not all there after " + std::to_string(kGateMs / 1000) + " s");
+}
+
+void Judge::checkEvent() {
+    const bool isKnown = drSinceMs_ >= 0 && !eventDirty_ && !eventDoubtful_;
+    const std::int64_t utc = eyes_->utcMs();
+    const bool isUncommanded =
+        isKnown && event_ && isActiveAt(*event_, utc) && commandedLevel_ != event_->level;
+    if (lasts(isUncommanded, activeSinceMs_))
+        broken("the level is commanded within a pass of its event's start",
+               "level " + std::to_string(event_->level) + " is due, " +
+                   std::to_string(commandedLevel_) + " was commanded");
+    if (lasts(isKnown && event_ && utc > event_->endMs, overSinceMs_))
+        broken("an event that is over ends within a pass", "it is still stored");
+    if (lasts(isKnown && !event_ && !eventLost_ && commandedLevel_ != 0 && !isCommandOfStart_,
+              levelLeftSinceMs_))
+        broken("after an event's end the appliance is commanded back to normal",
+               "level " + std::to_string(commandedLevel_) + " was the last command");
+}
+
+void Judge::checkBlock() {
+    const bool isWrong = drSinceMs_ >= 0 && !eventDirty_ && !eventDoubtful_ && !eventLost_ &&
+                         notifiedBlock_ != (event_ ? 1 : 0);
+    if (lasts(isWrong, blockWrongSinceMs_))
+        broken("the block is 1 exactly while an event is stored",
+               "it was notified as " + optionalText(notifiedBlock_) +
+                   (event_ ? ", and an event is stored" : ", and no event is stored"));
+}
+
+bool Judge::isInsideWindow() const {
+    const std::time_t now = eyes_->utcMs() / 1000;
+    for (auto entry = reservations_.rbegin(); entry != reservations_.rend(); ++entry) {
+        const auto &[description, startTime, endTime, period] = entry->second;
+        const client::Reservation reservation{std::to_string(entry->first),
+                                              std::string(description), std::string(startTime),
+                                              std::string(endTime), std::string(period)};
+        if (!client::seasonHolds(reservation, now))
+            continue;
+        const auto window = client::windowOfDay(reservation, now);
+        return window && window->start <= now && now < window->end;
+    }
+    return false;
+}
+
+void Judge::checkDefrost() {
+    const bool isKnown = defrostSinceMs_ >= 0 && !reservationsDirty_ && !reservationsDoubtful_;
+    const bool isEnabled = enableKey_ == 1;
+    const bool isHeld = activeKey_ == 1;
+    if (isKnown && (isHeld || isEnabled)) {
+        const bool isInside = isInsideWindow();
+        if (lasts(isHeld && !(isEnabled && isInside) && !heldByRace_, heldWrongSinceMs_))
+            broken("defrost is held only inside the window of the matching reservation, while "
+                   "defrost delay is on",
+                   isEnabled ? "it is outside" : "defrost delay is off");
+        if (lasts(isEnabled && isInside && !isHeld, notHeldSinceMs_))
+            broken("defrost is held inside the window of the matching reservation", "it is not");
+    } else {
+        heldWrongSinceMs_ = notHeldSinceMs_ = -1;
+    }
+    if (isKnown && heldCommand_ && activeKey_ && (*activeKey_ == 0 || *activeKey_ == 1) &&
+        heldCommand_ != activeKey_)
+        broken("the Micom hears the state of defrost delay",
+               "the key holds " + optionalText(activeKey_) + ", the other was commanded");
+    const bool isBoth = isKnown && drSinceMs_ >= 0 && !eventDirty_ && event_ && isEnabled;
+    killedInOrder_ = killedInOrder_ && (isBoth || !isKnown || drSinceMs_ < 0 || eventDirty_);
+    if (lasts(isBoth && !killedInOrder_, bothSinceMs_))
+        broken("defrost delay is off while an event is stored", "it is on");
+}
+
+void Judge::checkKeys() {
+    if (levelUnannounced_ || enableUnannounced_ || overrideUnannounced_)
+        broken("the remote side hears of every change",
+               levelUnannounced_    ? "the level's was not notified"
+               : enableUnannounced_ ? "defrost delay's was not notified"
+                                    : "the override's was not notified");
+    if (drSinceMs_ >= 0 && notifiedLevel_ && notifiedLevel_ != levelKey_)
+        broken("the level key equals what was last reported", "it does not");
+    if (drSinceMs_ >= 0 && overrideKey_ && (*overrideKey_ == 0 || *overrideKey_ == 1) &&
+        notifiedOverride_ != overrideKey_)
+        broken("the override key equals what was last reported", "it does not");
+    if (displayOverride_ != -1 && eyes_->nowMs() - displayOverrideMs_ > kPassesMs)
+        broken("an override switched on the display is commanded", "it was not");
+}
+
+void Judge::checkRepeat() {
+    constexpr std::int64_t kMinuteMs = 60'000;
+    const std::int64_t now = eyes_->nowMs();
+    const std::int64_t ofMinute = eyes_->utcMs() % kMinuteMs;
+    const bool isDue = ofMinute > kPassesMs && ofMinute < 2 * kPassesMs &&
+                       now - clockTouchedMs_ > kMinuteMs && now - storeFailedMs_ > kMinuteMs &&
+                       !eyes_->isStoreTroubled() && handling_.empty();
+    if (!isDue)
+        return;
+    if (drSinceMs_ >= 0 && now - drSinceMs_ > kMinuteMs &&
+        utcFields(eyes_->utcMs()).tm_min % 10 == 0 && now - commandedMs_ > ofMinute)
+        broken("the level is repeated at minutes 00, 10, 20, 30, 40 and 50", "it was not");
+    const std::time_t seconds = eyes_->utcMs() / 1000;
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    if (defrostSinceMs_ >= 0 && now - defrostSinceMs_ > kMinuteMs && local.tm_min % 10 == 0 &&
+        now - heldCommandMs_ > ofMinute)
+        broken("the state of defrost delay is repeated every ten minutes", "it was not");
+}
+
+void Judge::checkEnergy() {
+    if (!counterKnown_ || reportSinceMs_ < 0 || hoursDirty_ || counterDoubtful_ || storesDue_ > 0 ||
+        cyclesDue_ > 0) {
+        energyWrongSinceMs_ = -1;
+        if (counterDoubtful_ && !eyes_->isStoreTroubled() && storesDue_ == 0 && cyclesDue_ == 0 &&
+            eyes_->nowMs() - storeFailedMs_ > 10 * kTaskMs && !hoursDirty_) {
+            counterDoubtful_ = false;
+            expected_ = counter_;
+        }
+        return;
+    }
+    const std::int64_t wrapped = expected_ > kCounterWrap ? expected_ - kCounterWrap : expected_;
+    if (lasts(counter_ != wrapped, energyWrongSinceMs_))
+        broken("the counter grows by one for every 100.00 of the posted figure",
+               "it is " + std::to_string(counter_) + ", not " + std::to_string(wrapped));
+    expected_ = wrapped;
+}
+
+void Judge::calm(int micomLevel) {
+    if (drSinceMs_ < 0 || defrostSinceMs_ < 0 || reportSinceMs_ < 0)
+        broken("all controllers run when all is well", "one does not");
+    if (commandedLevel_ != micomLevel)
+        broken("the appliance follows the command", "level " + std::to_string(commandedLevel_) +
+                                                        " was commanded, it is at " +
+                                                        std::to_string(micomLevel));
+    if (!levelDoubtful_ && levelKey_ != micomLevel)
+        broken("the level key follows the appliance's echo", "it holds " + optionalText(levelKey_) +
+                                                                 ", the appliance reports " +
+                                                                 std::to_string(micomLevel));
+}
+
+void Judge::terminated(const std::string &leftThreads, std::int64_t tookMs) {
+    if (!leftThreads.empty())
+        broken("after terminate no thread is left", leftThreads);
+    if (tookMs > 3 * kPassesMs && !eyes_->isMeteringTroubled() && !eyes_->isStoreTroubled())
+        broken("a worker notices its stop within one second",
+               "terminate took " + std::to_string(tookMs) + " ms");
+}
+
+} // namespace corvane::lab

@@ -1,0 +1,600 @@
+/*
+ * The world: its body, in this order: times and traces, a life from begin to end, what happens in
+ * it, the remote side.
+ */
+#include "world.h"
+
+#include "fakes.h"
+#include "storage.h"
+#include "virtual_time.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+extern "C" int serviceMain(int argc, char **argv);
+
+namespace corvane::lab {
+namespace {
+
+constexpr std::int64_t kSecMs = 1'000;
+constexpr std::int64_t kHourMs = 3'600 * kSecMs;
+constexpr std::int64_t kDayMs = 24 * kHourMs;
+constexpr std::int64_t kNever = INT64_MAX;
+constexpr std::int64_t kCalmLastsMs = 12 * kHourMs;
+constexpr std::int64_t kSettlesMs = 30 * 60 * kSecMs;
+constexpr std::size_t kLinesKept = 120;
+constexpr int kBroken = 3; // exit status of a life
+
+constexpr const char *kZones[] = {"UTC",        "Europe/Berlin",    "America/New_York",
+                                  "Asia/Seoul", "Pacific/Auckland", "Australia/Lord_Howe"};
+
+std::string utcText(std::int64_t utcMs) { return virtualtime::formatUtc(utcMs * 1'000'000); }
+
+} // namespace
+
+/* The part of a life that does not outlive it, on the ordinary heap. */
+struct World::InLife {
+    std::thread loop;
+    std::thread remotes[2];
+    bool remotesEnd = false;
+    std::mutex mutex; // of the conditions; what they tell is not shared beside virtual time
+    std::condition_variable bodyWakes;
+    std::condition_variable remoteWakes;
+    bool bodyIsWanted = false;
+    std::unique_ptr<fakes::storage::Lock> otherProcess;
+    int realOutput = -1;
+    bool runs = false; // virtual time runs
+};
+
+World::World(const Setup &setup)
+    : setup_(setup), weather_(setup.hasWeather ? drawWeather(setup.seed) : calmWeather(setup.seed)),
+      draws_(setup.seed ^ 0x5eedU), remoteDraws_{Draws(draws_.next()), Draws(draws_.next())},
+      disk_(draws_.next()), appliance_(draws_.next(), 0), zone_(weather_.zone) {
+    endMs_ = static_cast<std::int64_t>(setup.days * static_cast<double>(kDayMs));
+    calmMs_ = std::max<std::int64_t>(endMs_ - kCalmLastsMs, endMs_ / 2);
+    plan();
+}
+
+// ---- Times and traces ----
+
+std::int64_t World::nowMs() const {
+    return pastMs_ + (life_ != nullptr && life_->runs ? virtualtime::elapsedMs() : 0);
+}
+
+std::int64_t World::utcMs() const { return weather_.startSec * kSecMs + nowMs() + clockErrorMs_; }
+
+void World::trace(const std::string &line) {
+    char head[80];
+    std::snprintf(head, sizeof head, "%10.3f  %s  ", static_cast<double>(nowMs()) / 1000,
+                  utcText(utcMs()).c_str());
+    const std::string text = head + line;
+    for (const char character : text)
+        hash_ = (hash_ ^ static_cast<unsigned char>(character)) * 0x100000001b3U;
+    if (setup_.printsTrace && life_ != nullptr)
+        dprintf(life_->realOutput, "%s\n", text.c_str());
+    if (lastLines_.size() == kLinesKept) {
+        lastLines_.push_back(std::move(lastLines_.front()));
+        lastLines_.pop_front();
+        lastLines_.back() = text;
+    } else {
+        lastLines_.emplace_back(text);
+    }
+}
+
+std::string World::report() const {
+    std::string text;
+    for (const std::pmr::string &line : lastLines_)
+        text += "  " + std::string(line) + "\n";
+    return text + "BROKEN: " + std::string(brokenRule_) + ": " + std::string(brokenWhat_) + "\n";
+}
+
+void World::broken(const std::string &rule, const std::string &what) {
+    trace("broken: " + rule);
+    brokenRule_ = rule;
+    brokenWhat_ = what;
+    _exit(kBroken);
+}
+
+void World::crashed(const std::string &how) {
+    life_ = nullptr;
+    brokenRule_ = "the service does not end by itself";
+    brokenWhat_ = how;
+}
+
+void World::observe(const fakes::Entry &entry) {
+    static constexpr const char *kKinds[] = {"log",   "set",    "watch",   "loop", "wifi",
+                                             "proxy", "notify", "request", "post", "sql"};
+    trace(std::string(kKinds[static_cast<int>(entry.kind)]) + "  " + entry.text);
+    constexpr std::string_view kCommand = "memory/refrigerator/TxMessage=";
+    if (entry.kind == fakes::Kind::Setting &&
+        entry.text.compare(0, kCommand.size(), kCommand) == 0) {
+        appliance_.hear(entry.text.substr(kCommand.size()), nowMs());
+        nextMs_[kAppliance] = appliance_.nextAt();
+        life_->bodyIsWanted = true;
+        life_->bodyWakes.notify_one();
+    }
+    judge_.see(entry);
+}
+
+std::uint64_t World::storeFailures() const {
+    return fakes::storage::failuresMet() + disk_.busyAnswers();
+}
+
+bool World::isStoreTroubled() const {
+    return life_->otherProcess != nullptr || storeTroubledUntilMs_ > nowMs();
+}
+
+bool World::canLookInto(const std::string &file) const {
+    const std::string path = fakes::storage::folder() + file;
+    return disk_.exists(path) && disk_.isIdle(path) && life_->otherProcess == nullptr;
+}
+
+// ---- A life ----
+
+void World::plan() {
+    std::fill(std::begin(nextMs_), std::end(nextMs_), kNever);
+    nextMs_[kAppliance] = appliance_.nextAt();
+    nextMs_[kJudgeTick] = 0;
+    planNext(kMicomTrouble, weather_.micomHours);
+    planNext(kMicomRestarts, weather_.micomRestartHours);
+    planNext(kDisplay, weather_.displayHours);
+    planNext(kClockJumps, weather_.clockJumpHours);
+    planNext(kZoneChanges, weather_.zoneHours);
+    planNext(kDatabaseTrouble, weather_.databaseHours);
+    planNext(kMeteringTrouble, weather_.meteringHours);
+    nextMs_[kCalmBegins] = calmMs_;
+    nextMs_[kCalmChecked] = calmMs_ + kSettlesMs;
+    nextMs_[kRunEnds] = endMs_;
+}
+
+void World::planNext(Actor actor, double meanHours) {
+    nextMs_[actor] = meanHours <= 0 || isCalm_
+                         ? kNever
+                         : nowMs() + static_cast<std::int64_t>(draws_.waiting(meanHours) *
+                                                               static_cast<double>(kHourMs));
+}
+
+void World::setZone() {
+    setenv("TZ", zone_, 1); // NOLINT(concurrency-mt-unsafe): one thread runs at a time
+    tzset();
+}
+
+EndOfLife World::drawEnd() {
+    const double rates[] = {weather_.killHours, weather_.powerCutHours, weather_.terminateHours};
+    double first = 1e9;
+    EndOfLife end = EndOfLife::Terminate;
+    for (int kind = 0; kind < 3; ++kind) {
+        const double hours = rates[kind] > 0 ? draws_.waiting(rates[kind]) : 1e9;
+        if (hours < first) {
+            first = hours;
+            end = static_cast<EndOfLife>(kind);
+        }
+    }
+    if (storm_ > 0 && first < 1e9) {
+        --storm_;
+        first = draws_.between(0, 20) / 3600; // also while the controllers are being built
+    } else if (draws_.chance(weather_.stormShare)) {
+        storm_ = draws_.whole(1, 8);
+    }
+    nextMs_[kLifeEnds] =
+        isCalm_ || first >= 1e9
+            ? kNever
+            : nowMs() + static_cast<std::int64_t>(first * static_cast<double>(kHourMs));
+    return end;
+}
+
+void World::beginLife() {
+    ++lives_;
+    fakes::reset();
+    disk_.install();
+    disk_.forgetLocks();
+    fakes::storage::mountAt("/lab");
+    std::optional<int> keys[4];
+    const char *const names[] = {"db/corvane/dr/level", "db/corvane/dr/override",
+                                 "db/corvane/defrost/status", "db/corvane/defrost/activate"};
+    for (const auto &[key, value] : settings_) {
+        if (const int *number = std::get_if<int>(&value))
+            fakes::settings::set(std::string(key), *number);
+        else
+            fakes::settings::set(std::string(key), std::string(std::get<std::pmr::string>(value)));
+    }
+    for (int i = 0; i < 4; ++i)
+        keys[i] = fakes::settings::getInt(names[i]);
+    fakes::clearRecords();
+    setZone();
+
+    nextEnd_ = drawEnd();
+    wifiConnected_ = isCalm_ || weather_.wifiLateSec <= 0 || draws_.chance(0.3);
+    nextMs_[kWifi] =
+        wifiConnected_
+            ? kNever
+            : nowMs() + static_cast<std::int64_t>(draws_.waiting(weather_.wifiLateSec) * 1000);
+    fakes::wifi::State wifi;
+    wifi.connected = wifiConnected_;
+    fakes::wifi::set(wifi);
+    if (!isCalm_ && draws_.chance(weather_.wrongClockShare)) {
+        const std::int64_t trueMs = weather_.startSec * kSecMs + nowMs();
+        const std::int64_t wrong[] = {-trueMs, 1'420'070'400'000 - trueMs,
+                                      draws_.whole(-72, 72) * kHourMs};
+        clockErrorMs_ = draws_.oneOf(wrong);
+        nextMs_[kClockMends] = nowMs() + draws_.whole(0, 300) * kSecMs;
+    }
+    fakes::power::set(draws_.whole(0, 500));
+
+    life_ = new InLife;
+    life_->realOutput = dup(STDOUT_FILENO);
+    const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    std::fflush(stdout);
+    dup2(nothing, STDOUT_FILENO);
+    close(nothing);
+    judge_.lifeBegins(*this, keys[0], keys[1], keys[2], keys[3]);
+    trace("a life begins");
+    fakes::observe([this](const fakes::Entry &entry) { observe(entry); });
+    char start[80];
+    std::snprintf(start, sizeof start, "%s.%03d", utcText(utcMs()).c_str(),
+                  static_cast<int>(utcMs() % 1000));
+    virtualtime::start({start, draws_.next(), 1e9});
+    life_->runs = true;
+}
+
+bool World::liveOnce() {
+    beginLife();
+    life_->loop = std::thread([] {
+        virtualtime::nameThread("main loop");
+        char name[] = "corvane";
+        char *arguments[] = {name, nullptr};
+        serviceMain(1, arguments);
+    });
+    for (int number : {0, 1})
+        life_->remotes[number] = std::thread([this, number] { runRemote(number); });
+    for (;;) {
+        const auto *next = std::min_element(std::begin(nextMs_), std::end(nextMs_));
+        if (*next > nowMs()) {
+            waitUntil(*next);
+            continue;
+        }
+        const auto actor = static_cast<Actor>(next - std::begin(nextMs_));
+        if (actor == kLifeEnds || actor == kRunEnds)
+            return endLife();
+        act(actor);
+    }
+}
+
+/* Comes back earlier when the appliance has heard something. */
+void World::waitUntil(std::int64_t timeMs) {
+    std::unique_lock lock(life_->mutex);
+    if (!life_->bodyIsWanted)
+        life_->bodyWakes.wait_for(lock, std::chrono::milliseconds(timeMs - nowMs()));
+    life_->bodyIsWanted = false;
+}
+
+void World::keepSettings() {
+    static constexpr const char *kKept[] = {"db/corvane/dr/level", "db/corvane/dr/override",
+                                            "db/corvane/defrost/status",
+                                            "db/corvane/defrost/activate"};
+    // The Micom goes on when only the service ends, and so do its keys.
+    static constexpr const char *kOfMicom[] = {
+        "memory/refrigerator/SmartGridDrLevel", "memory/refrigerator/SmartGridOverrideState",
+        "memory/refrigerator/SmartGridWatt1",   "memory/refrigerator/SmartGridWatt2",
+        "memory/refrigerator/SmartGridWatt3",   "memory/refrigerator/SmartGridWatt4"};
+    settings_.clear();
+    const auto keep = [this](const char *key) {
+        if (const auto value = fakes::settings::getInt(key))
+            settings_[key] = *value;
+    };
+    std::for_each(std::begin(kKept), std::end(kKept), keep);
+    if (nextEnd_ != EndOfLife::PowerCut)
+        std::for_each(std::begin(kOfMicom), std::end(kOfMicom), keep);
+}
+
+void World::terminate() {
+    const std::int64_t begin = nowMs();
+    fakes::loop::requestStop();
+    life_->loop.join();
+    const std::int64_t took = nowMs() - begin;
+    life_->remotesEnd = true;
+    life_->remoteWakes.notify_all();
+    for (std::thread &remote : life_->remotes)
+        remote.join();
+    pastMs_ = nowMs();
+    life_->runs = false;
+    life_->otherProcess.reset();
+    const virtualtime::Summary summary = virtualtime::finish();
+    std::string threads;
+    for (const std::string &thread : summary.leakedThreads)
+        threads += (threads.empty() ? "" : "; ") + thread;
+    judge_.terminated(threads, took);
+}
+
+bool World::endLife() {
+    isRunOver_ = nowMs() >= endMs_;
+    if (isRunOver_)
+        nextEnd_ = EndOfLife::Terminate;
+    static constexpr const char *kNames[] = {"kill", "power cut", "terminate"};
+    trace(std::string("the life ends: ") + kNames[static_cast<int>(nextEnd_)]);
+    judge_.lifeEnds(nextEnd_);
+    if (nextEnd_ == EndOfLife::Terminate) {
+        terminate();
+    } else {
+        pastMs_ = nowMs();
+        life_->runs = false;
+    }
+    fakes::observe(nullptr);
+    keepSettings();
+    if (nextEnd_ == EndOfLife::PowerCut) {
+        disk_.cutPower();
+        appliance_.restart(pastMs_);
+    }
+    // Restarts come at once, after a delay, or when somebody notices.
+    const double away[] = {0.2, draws_.between(0.5, 10), draws_.between(10, 3 * 3600)};
+    pastMs_ += static_cast<std::int64_t>(draws_.oneOf(away) * 1000);
+    storeTroubledUntilMs_ = meteringTroubledUntilMs_ = 0;
+    life_ = nullptr;
+    return isRunOver_;
+}
+
+// ---- What happens in a life ----
+
+void World::act(Actor actor) {
+    switch (actor) {
+    case kAppliance:
+        return advanceAppliance();
+    case kJudgeTick:
+        nextMs_[kJudgeTick] = nowMs() + kSecMs;
+        return judge_.tick();
+    case kWifi: {
+        nextMs_[kWifi] = kNever;
+        wifiConnected_ = true;
+        fakes::wifi::set({});
+        return trace("world  Wi-Fi is connected");
+    }
+    case kClockMends:
+        nextMs_[kClockMends] = kNever;
+        virtualtime::jumpClock(-static_cast<double>(clockErrorMs_) / 1000);
+        clockErrorMs_ = 0;
+        trace("world  the clock is right again");
+        return judge_.clockWasTouched();
+    case kClockJumps:
+        return changeClock();
+    case kZoneChanges:
+        return changeZone();
+    case kMicomTrouble:
+        return troubleMicom();
+    case kMicomRestarts:
+        planNext(kMicomRestarts, weather_.micomRestartHours);
+        trace("world  the Micom restarts");
+        return appliance_.restart(nowMs());
+    case kDisplay:
+        planNext(kDisplay, weather_.displayHours);
+        return fakes::settings::set("db/corvane/dr/micom_override", draws_.whole(0, 1));
+    case kDatabaseTrouble:
+        return troubleDatabase();
+    case kMeteringTrouble:
+        return troubleMetering();
+    case kCalmBegins:
+        return beginCalm();
+    case kCalmChecked:
+        nextMs_[kCalmChecked] = kNever;
+        return judge_.calm(appliance_.reportedLevel());
+    case kLifeEnds:
+    case kRunEnds:
+    case kActors:
+        return;
+    }
+}
+
+void World::advanceAppliance() {
+    appliance_.advance(nowMs(), [this](const char *key, int value) {
+        judge_.micomWrites(key, value);
+        fakes::settings::set(key, value);
+    });
+    nextMs_[kAppliance] = appliance_.nextAt();
+}
+
+void World::changeClock() {
+    planNext(kClockJumps, weather_.clockJumpHours);
+    static constexpr double kLengths[] = {
+        1, 2, 30, 60, 600, 3600, 86'400, 35.0 * 86'400, 366.0 * 86'400, 8 * 365.25 * 86'400};
+    const double sec =
+        draws_.oneOf(kLengths) * draws_.between(0.5, 1.5) * (draws_.chance(0.5) ? 1 : -1);
+    const double rounded = draws_.chance(0.5) ? std::floor(sec) : sec;
+    const auto ms = static_cast<std::int64_t>(rounded * 1000);
+    virtualtime::jumpClock(static_cast<double>(ms) / 1000);
+    clockErrorMs_ += ms;
+    nextMs_[kClockMends] =
+        nowMs() + static_cast<std::int64_t>(draws_.waiting(6) * static_cast<double>(kHourMs));
+    trace("world  the clock jumps by " + std::to_string(ms) + " ms");
+    judge_.clockWasTouched();
+}
+
+void World::changeZone() {
+    planNext(kZoneChanges, weather_.zoneHours);
+    zone_ = draws_.oneOf(kZones);
+    setZone();
+    trace(std::string("world  the zone is ") + zone_);
+    judge_.clockWasTouched();
+    fakes::settings::set("db/setting/cityname_id", zone_);
+}
+
+void World::troubleMicom() {
+    if (appliance_.isFaulty()) {
+        appliance_.setFaults({});
+        trace("world  the Micom is well again");
+        return planNext(kMicomTrouble, weather_.micomHours);
+    }
+    MicomFaults faults;
+    bool *const kinds[] = {&faults.silent, &faults.slow, &faults.dropsCommands, &faults.wrongEcho};
+    *draws_.oneOf(kinds) = true;
+    appliance_.setFaults(faults);
+    trace(std::string("world  the Micom ") + (faults.silent          ? "is silent"
+                                              : faults.slow          ? "is slow"
+                                              : faults.dropsCommands ? "drops commands"
+                                                                     : "echoes wrongly"));
+    nextMs_[kMicomTrouble] = nowMs() + draws_.whole(1, 7'200) * kSecMs;
+}
+
+void World::troubleDatabase() {
+    using fakes::storage::Trouble;
+    if (isStoreTroubled()) {
+        storeTroubledUntilMs_ = nowMs();
+        life_->otherProcess.reset();
+        fakes::storage::heal();
+        trace("world  the disk is well again");
+        return planNext(kDatabaseTrouble, weather_.databaseHours);
+    }
+    const int kind = draws_.whole(0, 4);
+    const int times = draws_.whole(1, 25);
+    if (kind < 3) {
+        static constexpr Trouble kTroubles[] = {Trouble::Busy, Trouble::Full, Trouble::IoError};
+        fakes::storage::failStatements(kTroubles[kind], times);
+    } else if (kind == 3) {
+        fakes::storage::failFileOperation(times);
+    } else {
+        const char *file = draws_.chance(0.5) ? "corvane.db" : "usage.db";
+        if (canLookInto(file))
+            life_->otherProcess = std::make_unique<fakes::storage::Lock>(
+                file, draws_.chance(0.5) ? fakes::storage::Lock::Kind::Shared
+                                         : fakes::storage::Lock::Kind::Exclusive);
+    }
+    const std::int64_t until = nowMs() + draws_.whole(1, 120) * kSecMs;
+    storeTroubledUntilMs_ = until;
+    nextMs_[kDatabaseTrouble] = until - 1;
+    trace("world  the disk fails, kind " + std::to_string(kind) + ", " + std::to_string(times));
+}
+
+void World::troubleMetering() {
+    planNext(kMeteringTrouble, weather_.meteringHours);
+    const double hangs[] = {0, draws_.between(0, 5), draws_.between(5, 120)};
+    const double sec = draws_.oneOf(hangs);
+    fakes::metering::hangTransfers(sec);
+    fakes::metering::failTransfers(draws_.chance(0.5) ? draws_.whole(1, 100) : 0);
+    meteringTroubledUntilMs_ = sec > 0 ? nextMs_[kMeteringTrouble] : nowMs() + kHourMs;
+    trace("world  the metering service takes " + std::to_string(sec) + " s");
+}
+
+void World::beginCalm() {
+    isCalm_ = true;
+    nextMs_[kCalmBegins] = kNever;
+    for (const Actor actor : {kClockJumps, kZoneChanges, kMicomTrouble, kMicomRestarts, kDisplay,
+                              kDatabaseTrouble, kMeteringTrouble, kLifeEnds})
+        nextMs_[actor] = kNever;
+    appliance_.setFaults({});
+    life_->otherProcess.reset();
+    fakes::storage::heal();
+    fakes::metering::hangTransfers(0);
+    fakes::metering::failTransfers(0);
+    storeTroubledUntilMs_ = nowMs();
+    trace("world  calm begins");
+    if (nextMs_[kClockMends] != kNever)
+        nextMs_[kClockMends] = nowMs();
+    if (nextMs_[kWifi] != kNever)
+        nextMs_[kWifi] = nowMs();
+}
+
+// ---- The remote side ----
+
+void World::runRemote(int number) {
+    virtualtime::nameThread("remote side");
+    Draws &draws = remoteDraws_[number];
+    const double meanMs = weather_.requestHours * 2 * static_cast<double>(kHourMs);
+    while (meanMs > 0) {
+        std::unique_lock lock(life_->mutex);
+        const auto pause = std::chrono::milliseconds(
+            static_cast<std::int64_t>(std::min(draws.waiting(meanMs), 1e12)));
+        life_->remoteWakes.wait_for(lock, pause, [this] { return life_->remotesEnd; });
+        if (life_->remotesEnd || isCalm_)
+            return;
+        lock.unlock();
+        request(draws);
+        if (draws.chance(weather_.crowdShare)) {
+            for (int more = draws.whole(1, 5); more > 0 && !life_->remotesEnd; --more)
+                request(draws);
+        }
+    }
+}
+
+void World::request(Draws &draws) {
+    using namespace fakes::proxy;
+    switch (draws.whole(0, 11)) {
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+        return order(draws);
+    case 4:
+        (void)controlOverride(draws.whole(0, 1));
+        return;
+    case 5:
+        (void)getDrlcOverride();
+        return;
+    case 6:
+        (void)getDefrostBlock();
+        return;
+    case 7:
+    case 8:
+        (void)setDelayDefrost(draws.chance(0.8) ? 1 : 0);
+        return;
+    case 9:
+        reserve(draws, draws.chance(0.3));
+        return;
+    case 10:
+        (void)delDefrostReservation(draws.chance(0.5) ? "2" : "3");
+        return;
+    default:
+        (void)getDefrostReservations();
+        (void)getEnergyConsumption();
+        (void)getDelayDefrost();
+        return;
+    }
+}
+
+namespace {
+
+std::string timeOfDay(std::int64_t second) {
+    char text[40];
+    const auto ofDay = static_cast<int>((second % 86'400 + 86'400) % 86'400);
+    std::snprintf(text, sizeof text, "%02d:%02d:%02d", ofDay / 3600, ofDay / 60 % 60, ofDay % 60);
+    return text;
+}
+
+} // namespace
+
+void World::order(Draws &draws) {
+    if (draws.chance(0.15)) {
+        (void)fakes::proxy::controlDrlc("0");
+        return;
+    }
+    const std::int64_t now = utcMs() / 1000;
+    const int lengths[] = {draws.whole(1, 10), draws.whole(10, 600), draws.whole(600, 4 * 3600),
+                           draws.whole(1, 86'399)};
+    const int starts[] = {0, draws.whole(-5, 5), draws.whole(-7200, 7200), draws.whole(0, 86'399)};
+    const std::string start = draws.chance(0.3) ? "" : timeOfDay(now + draws.oneOf(starts));
+    const std::string length = draws.chance(0.1) ? "" : timeOfDay(draws.oneOf(lengths));
+    (void)fakes::proxy::controlDrlc(std::to_string(draws.whole(1, 4)), length, start);
+}
+
+void World::reserve(Draws &draws, bool asSet) {
+    char first[40], last[40];
+    std::snprintf(first, sizeof first, "0000-%02d-%02dT%s", draws.whole(1, 12), draws.whole(1, 28),
+                  timeOfDay(draws.whole(0, 86'399)).c_str());
+    std::snprintf(last, sizeof last, "0000-%02d-%02dT00:00:00", draws.whole(1, 12),
+                  draws.whole(1, 28));
+    const auto entry = fakes::proxy::reservation(first, last, timeOfDay(draws.whole(1, 8 * 3600)),
+                                                 "from the remote side");
+    if (asSet)
+        (void)fakes::proxy::setDefrostReservation(entry);
+    else
+        (void)fakes::proxy::createDefrostReservation(entry);
+}
+
+} // namespace corvane::lab

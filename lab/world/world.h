@@ -1,0 +1,146 @@
+/*
+ * The world around the service: appliance, household, remote side, disk, network and clock, with
+ * the weather that befalls them, in virtual time.
+ *
+ * A World lies in shared memory and lives through one life of the service after another, each in a
+ * forked process of its own, which liveOnce() is called in. Within a life its body thread does
+ * everything that happens outside the service but the remote side's requests, which have threads of
+ * their own. In virtual time one thread runs at a time, and hands over only where it sleeps or
+ * waits; so nothing here needs a lock.
+ *
+ * What the remote side orders may be given as a programme instead of drawn ones, and a sampler sees
+ * the appliance at a steady pace: this is what scenarios are made of.
+ */
+#ifndef CORVANE_LAB_WORLD_H
+#define CORVANE_LAB_WORLD_H
+
+#include "appliance.h"
+#include "disk.h"
+#include "draws.h"
+#include "judge.h"
+#include "weather.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <variant>
+
+namespace corvane::lab {
+
+struct Setup {
+    std::uint64_t seed = 1;
+    double days = 14; // the last half day of which is calm
+    bool hasWeather = true;
+    bool printsTrace = false;
+};
+
+class World : private Judge::Eyes {
+public:
+    explicit World(const Setup &setup);
+
+    /* In a process of its own, which it may end itself. True: the run is over. */
+    bool liveOnce();
+
+    const Weather &weather() const { return weather_; }
+    double virtualSec() const { return static_cast<double>(pastMs_) / 1000; }
+    int lives() const { return lives_; }
+    std::uint64_t hash() const { return hash_; }
+    std::uint64_t steps() const { return judge_.steps(); }
+    bool isBroken() const { return !brokenRule_.empty(); }
+    /* What happened last, and the rule that was broken; many lines. */
+    std::string report() const;
+    /* For a life that ended by itself. */
+    void crashed(const std::string &how);
+
+private:
+    enum Actor {
+        kAppliance,
+        kJudgeTick,
+        kWifi,
+        kClockMends,
+        kClockJumps,
+        kZoneChanges,
+        kMicomTrouble,
+        kMicomRestarts,
+        kDisplay,
+        kDatabaseTrouble,
+        kMeteringTrouble,
+        kLifeEnds,
+        kCalmBegins,
+        kCalmChecked,
+        kRunEnds,
+        kActors
+    };
+
+    // Eyes
+    std::int64_t nowMs() const override;
+    std::int64_t utcMs() const override;
+    std::uint64_t storeFailures() const override;
+    bool isStoreTroubled() const override;
+    bool isMeteringTroubled() const override { return meteringTroubledUntilMs_ > nowMs(); }
+    bool canLookInto(const std::string &file) const override;
+    bool isWifiConnected() const override { return wifiConnected_; }
+    [[noreturn]] void broken(const std::string &rule, const std::string &what) override;
+
+    void plan();
+    void planNext(Actor actor, double meanHours);
+    void beginLife();
+    void act(Actor actor);
+    void waitUntil(std::int64_t timeMs);
+    void observe(const fakes::Entry &entry);
+    void trace(const std::string &line);
+    void advanceAppliance();
+    void changeClock();
+    void changeZone();
+    void troubleMicom();
+    void troubleDatabase();
+    void troubleMetering();
+    void beginCalm();
+    bool endLife();
+    EndOfLife drawEnd();
+    void terminate();
+    void keepSettings();
+    void setZone();
+
+    void runRemote(int number);
+    void request(Draws &draws);
+    void order(Draws &draws);
+    void reserve(Draws &draws, bool asSet);
+
+    struct InLife; // what a life takes with it
+
+    Setup setup_;
+    Weather weather_;
+    Draws draws_;
+    Draws remoteDraws_[2];
+    Disk disk_;
+    Appliance appliance_;
+    Judge judge_;
+    std::pmr::map<std::pmr::string, std::variant<int, std::pmr::string>> settings_;
+    const char *zone_;
+    std::int64_t clockErrorMs_ = 0; // system clock minus true time
+    std::int64_t pastMs_ = 0;       // of all lives before, and between them
+    std::int64_t nextMs_[kActors] = {};
+    std::int64_t endMs_ = 0;
+    std::int64_t calmMs_ = 0;
+    bool isCalm_ = false;
+    bool wifiConnected_ = true;
+    std::int64_t storeTroubledUntilMs_ = 0;
+    std::int64_t meteringTroubledUntilMs_ = 0;
+    EndOfLife nextEnd_ = EndOfLife::Terminate;
+    int storm_ = 0; // lives that still end within seconds
+    bool isRunOver_ = false;
+    int lives_ = 0;
+    std::uint64_t hash_ = 0xcbf29ce484222325U;
+    std::pmr::deque<std::pmr::string> lastLines_;
+    std::pmr::string brokenRule_;
+    std::pmr::string brokenWhat_;
+    InLife *life_ = nullptr;
+};
+
+} // namespace corvane::lab
+
+#endif
