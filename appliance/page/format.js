@@ -21,6 +21,14 @@ export const wattHour = (value) =>
   Math.abs(value) >= 1000 ? quantity(value / 1000, 2, "kWh") : quantity(value, Math.abs(value) < 10 ? 1 : 0, "Wh");
 export const kilowattHour = (value) => quantity(value, 2, "kWh");
 
+export const signedPercent = (value) => (value > 0 ? "+" : "") + quantity(value, 0, "%");
+
+/** An event's average power against the same hours of the days before; null when either is unknown. */
+export function changePercent({ averageWatt, baselineAverageWatt }) {
+  if (!Number.isFinite(averageWatt) || !(baselineAverageWatt > 0)) return null;
+  return (averageWatt / baselineAverageWatt - 1) * 100;
+}
+
 const pad = (value) => String(value).padStart(2, "0");
 
 /** A span in its two largest units: "1 min 25 s". */
@@ -51,9 +59,9 @@ export function hms(seconds) {
   return [seconds / 3600, (seconds / 60) % 60, seconds % 60].map((part) => pad(Math.floor(part))).join(":");
 }
 
-/** The seconds of "hh:mm" or "hh:mm:ss", or null when it is neither. */
+/** The seconds of "hh:mm" or "hh:mm:ss" below a day, or null when it is neither. */
 export function secondsOf(text) {
-  const match = /^(\d{1,2}):([0-5]\d)(?::([0-5]\d))?$/.exec(text.trim());
+  const match = /^([01]?\d|2[0-3]):([0-5]\d)(?::([0-5]\d))?$/.exec(text.trim());
   return match ? Number(match[1]) * 3600 + Number(match[2]) * 60 + Number(match[3] ?? 0) : null;
 }
 
@@ -96,7 +104,11 @@ export function makeClock(zone, offsetSec) {
     date: formatter({ weekday: "short", day: "numeric", month: "short", year: "numeric" }),
     dayTime: formatter({ weekday: "short", day: "numeric", month: "short", hour: "2-digit", minute: "2-digit" }),
     fields,
-    offset,
+    /** The time of day, with its day unless that is the day of `now`. */
+    when(at, now) {
+      if (!Number.isFinite(at)) return kNothing;
+      return this.day(at) === this.day(now) ? this.shortTime(at) : this.dayTime(at);
+    },
     localTime,
     dayStart: (at, days = 0) => localTime(at, days, 0),
     /** For the plots, which want a Date whose own fields are the local ones. */

@@ -17,7 +17,7 @@ export function withAlpha(colour, alpha) {
 }
 
 const kFont = "12px system-ui, 'Segoe UI', Roboto, 'Helvetica Neue', Arial, sans-serif";
-const kAxisWidth = 52; // the same for all, so that plots above each other share their time axis
+const kAxisWidth = 58; // the same for all, so that plots above each other share their time axis
 
 const pad = (value) => String(value).padStart(2, "0");
 
@@ -41,7 +41,11 @@ export function axes(unit, isLast = true) {
     { stroke: text, font: kFont, grid, ticks: { show: false }, size: isLast ? 28 : 8, space: 64, values: isLast ? timeLabels : () => [] },
     {
       stroke: text, font: kFont, grid, ticks: { show: false }, size: kAxisWidth, space: 32, gap: 6,
-      values: (plot, splits) => splits.map((value) => `${value}`.replace("-", "−") + (value === splits.at(-1) ? ` ${unit}` : "")),
+      values: (plot, splits) => {
+        const isLarge = unit === "Wh" && splits.at(-1) >= 1000;
+        const text = (value) => `${isLarge ? value / 1000 : value}`.replace("-", "−");
+        return splits.map((value) => text(value) + (value === splits.at(-1) ? ` ${isLarge ? "kWh" : unit}` : ""));
+      },
     },
   ];
 }
@@ -91,7 +95,7 @@ export function createPlot(host, options) {
     given.series[0].localDate = (at) => clock.plotDate(at);
     plot = new uPlot({
       width: host.clientWidth, height: host.clientHeight, tzDate: (at) => clock.plotDate(at),
-      legend: { show: false }, padding: [10, 12, 0, 0], ...given,
+      legend: { show: false }, padding: [10, 22, 0, 0], ...given,
     }, shown.data, host);
     fit();
   }

@@ -25,27 +25,29 @@ function sentence(state, now, clock) {
   const { event, override } = demandResponse;
   if (override.on && event?.state === "running") {
     const by = override.by === "display" ? "somebody at the refrigerator" : "the remote side";
-    return ["held", `Override: ${levelName(event.level).toLowerCase()} is set aside`, `Cooling normally since ${clock.shortTime(override.sinceAt)}, asked for by ${by}.`];
+    return ["held", `Override: ${levelName(event.level).toLowerCase()} is set aside`, `Cooling normally since ${clock.when(override.sinceAt, now)}, asked for by ${by}.`];
   }
   if (event?.state === "running") {
     const goesBack = refrigerator.foodLimitActive ? "Cooling all the same: the food's limit is reached." : "";
     const confirmed = demandResponse.confirmed?.level === event.level;
     const headline = confirmed ? `Load reduced: ${levelName(event.level).toLowerCase()}` : `${levelName(event.level)} ordered, not confirmed yet`;
-    return ["reduced", headline, goesBack || `${span(remaining(event, now))} left, until ${clock.shortTime(event.endAt)}.`];
+    return ["reduced", headline, goesBack || `${span(remaining(event, now))} left, until ${clock.when(event.endAt, now)}.`];
   }
   if (event?.state === "ending") return ["reduced", "The event is over", "Going back to normal."];
   if (refrigerator.mode === "returning") return ["reduced", "Returning to normal", "The compressor comes back after its pause, not all refrigerators at once."];
-  const next = event ? `Level ${event.level} starts at ${clock.shortTime(event.startAt)}, in ${span(remaining(event, now))}.` : null;
+  const next = event ? `Level ${event.level} starts at ${clock.when(event.startAt, now)}, in ${span(remaining(event, now))}.` : null;
   if (refrigerator.defrost.heaterOn) return ["normal", "Defrosting", next ?? "The heater melts the ice off the evaporator; this takes some 20 minutes."];
   if (refrigerator.defrost.held) return ["held", "Normal, defrost held", next ?? "Inside a reserved window, so defrosting waits."];
   if (override.on) return ["held", "Override is on", next ?? "Events would be set aside."];
   return ["normal", "Normal operation", next ?? "No event is stored."];
 }
 
+/** `kind` colours the headline, `mode` what the refrigerator does whatever else is wrong. */
 export function situation({ state, now, clock }) {
   const [kind, headline, detail] = sentence(state, now, clock);
-  const isFault = !state.micom.alive || !state.service.reachable;
-  return { kind: isFault ? "fault" : kind, headline, detail };
+  const fault = !state.service.reachable ? "The service does not answer" : !state.micom.alive ? "The Micom does not answer" : null;
+  if (fault === null) return { kind, mode: kind, headline, detail };
+  return { kind: "fault", mode: kind, headline: fault, detail: `Last known: ${headline}. ${detail}` };
 }
 
 /** "on at 62 %, 71 W" */

@@ -4,7 +4,7 @@
 //
 //   node tests/page/stub_server.mjs [port]     to look at the page without anything built
 //
-// startStub() gives a handle to steer it; state(change) alters the state and tells all streams.
+// startStub() gives a handle to steer it.
 
 import { createServer } from "node:http";
 import { readFile } from "node:fs/promises";
@@ -17,11 +17,11 @@ const kPolicy = "default-src 'self'; base-uri 'none'; form-action 'self'; frame-
 const kStepsSec = { commanded: 0.4, confirmed: 0.9, reported: 1.9 };
 
 const faultList = [
-  ["micomSilent", "Micom silent", "Hears nothing and reports nothing.", "Micom"],
-  ["micomSlow", "Micom slow", "Takes ten times as long to carry a command out.", "Micom"],
-  ["micomDropsCommands", "Commands dropped", "Every other command is lost.", "Micom"],
+  ["micomSilent", "Silent", "Hears nothing and reports nothing.", "Micom"],
+  ["micomSlow", "Slow", "Applies commands after 5 to 15 seconds.", "Micom"],
+  ["micomDropsCommands", "Drops commands", "Loses every second command.", "Micom"],
   ["micomWrongEcho", "Wrong echo", "Reports another level than the one it applied.", "Micom"],
-  ["micomRestart", "Restart", "Starts anew, at the normal level; springs back.", "Micom"],
+  ["micomRestart", "Restart", "Starts anew and forgets level, override and hold.", "Micom"],
   ["meteringRefuses", "Refuses", "Answers each report with status 503.", "Metering service"],
   ["meteringSlow", "Slow", "Takes 20 seconds to answer.", "Metering service"],
   ["meteringNeverAnswers", "Never answers", "Takes the report and says nothing.", "Metering service"],
@@ -37,7 +37,7 @@ const seconds = (text) => text.split(":").reduce((sum, part) => sum * 60 + Numbe
 
 class Refused extends Error {
   constructor(status, body) {
-    super(body.error);
+    super(body?.error ?? "without a reason");
     this.status = status;
     this.body = body;
   }
@@ -57,7 +57,7 @@ function fridgeAt(at) {
   return 3.4 + (phase < 26 ? 1.1 * (1 - phase / 26) : (phase - 26) / 19);
 }
 
-export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 50) / 1000, speed = 1 } = {}) {
+export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 50) / 1000, speed = 1, isNew = false } = {}) {
   const started = performance.now();
   const now = () => startAt + ((performance.now() - started) / 1000) * speed;
   const offsetSec = 7200;
@@ -65,7 +65,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
   const streams = new Set();
   const trace = [];
   const timers = new Set();
-  const requests = []; // what the page asked for, method and path
+  const requests = []; // the changes that the page asked for: { method, path, body }
   let streamIsUp = true;
   let refusal = null; // { status, body } for the next change
   let nextReservation = [2, 3];
@@ -96,8 +96,16 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     defrostDelay: { enabled: 1, active: 1, reservations: structuredClone(kSeasons), windows: [] },
     consumption: { thisMonthKwh: 30.12, previousMonthKwh: 28.87, at: startAt },
     metering: { posts: 1440, lastAt: startAt - 20, lastFigure: "7310.40", totalWh: 7310.4, lastStatus: 204 },
-    faults: faultList.map(([name, label, description, group]) => ({ name, label, description, on: false, group })),
+    faults: faultList.map(([name, label, description, group]) => ({ name, label, description, on: false, group, momentary: name === "micomRestart" })),
   };
+
+  if (isNew) {
+    records = [];
+    Object.assign(state.demandResponse, { commanded: null, confirmed: null, reported: null, block: null });
+    Object.assign(state.defrostDelay, { enabled: null, active: null, reservations: [] });
+    state.consumption = { thisMonthKwh: null, previousMonthKwh: null, at: null };
+    state.metering = { posts: 0, lastAt: null, lastFigure: null, totalWh: 0, lastStatus: null };
+  }
 
   // -- the state as it is now ----
 
@@ -252,7 +260,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     fault.on = name === "micomRestart" ? false : on;
     if (name === "micomSilent") {
       state.micom.alive = !on;
-      state.micom.reason = on ? "The Micom is switched silent." : null;
+      state.micom.reason = on ? "it is silent: the fault is switched on" : null;
     }
     return { result: 1 };
   }
@@ -303,7 +311,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     const end = now();
     const from = end - length;
     const at = [];
-    for (let time = Math.ceil(from / stepSec) * stepSec; time <= end; time += stepSec) at.push(time);
+    for (let time = isNew ? end : Math.ceil(from / stepSec) * stepSec; time <= end; time += stepSec) at.push(time);
     const events = records.map((record) => ({ from: record.startAt, to: record.endedAt ?? Math.min(end, record.plannedEndAt), level: record.level })).filter(({ to }) => to > from);
     const levelAt = (time) => events.find((event) => event.from <= time && time < event.to)?.level ?? 0;
     const all = [];
@@ -318,7 +326,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
   }
 
   function energy(range) {
-    const count = range === "day" ? 24 : 31 * 24;
+    const count = isNew ? 0 : range === "day" ? 24 : 31 * 24;
     const last = Math.floor(now() / 3600) * 3600;
     const hours = Array.from({ length: count }, (_, place) => {
       const at = last - (count - 1 - place) * 3600;
@@ -363,7 +371,6 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
 
   async function handle(request, response) {
     const url = new URL(request.url, "http://stub");
-    requests.push(`${request.method} ${url.pathname}`);
     if (request.method === "GET") {
       if (url.pathname === "/api/v1/stream") return openStream(response);
       const read = reads[url.pathname];
@@ -372,15 +379,17 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     if (request.headers["x-corvane"] !== "1") return json(response, 403, { error: "the header X-Corvane is missing" });
     let text = "";
     for await (const piece of request) text += piece;
-    const answer = change(request.method, url.pathname, text === "" ? {} : JSON.parse(text));
+    const body = text === "" ? {} : JSON.parse(text);
+    requests.push({ method: request.method, path: url.pathname, body });
+    const answer = change(request.method, url.pathname, body);
     json(response, 200, answer);
     tellState();
   }
 
   const server = createServer((request, response) =>
-    handle(request, response).catch((error) => json(response, error.status ?? 404, error.body ?? { error: error.message })));
+    handle(request, response).catch((error) => json(response, error.status ?? 404, error instanceof Refused ? error.body : { error: error.message })));
   await new Promise((resolve) => server.listen(port, "127.0.0.1", resolve));
-  note("service", "in", "reachable");
+  if (!isNew) note("service", "in", "reachable");
   note("micom", "in", "heard SET_SMARTGRID_LEVEL_NORMAL");
   note("micom", "out", "wrote SmartGridDrLevel", 0);
   note("metering", "in", "POST cumulativepower=7310.40 answered 204", 204);
@@ -389,9 +398,10 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
   return {
     url: `http://127.0.0.1:${server.address().port}`,
     requests,
-    /** Alters the state and tells it. */
+    /** Alters the state, and the newest record, and tells them. */
     state(alter) {
-      alter(state, now());
+      alter(state, now(), records[0]);
+      if (records.length > 0) tellAll("record", records[0]);
       tellState();
     },
     note,

@@ -4,6 +4,9 @@ import { byId, h, whenChanged } from "../dom.js";
 
 const kGraceMs = 1500; // a connection that is being made is not yet news
 
+/** A reason comes as a bare line; here it stands among sentences. */
+const sentence = (text) => text.charAt(0).toUpperCase() + text.slice(1) + (/[.!?]$/.test(text) ? "" : ".");
+
 function problems({ state, stream, clock, now }) {
   const found = [];
   if (stream.status !== "live" && Date.now() - stream.since > (stream.status === "lost" ? 0 : kGraceMs)) {
@@ -22,15 +25,15 @@ function problems({ state, stream, clock, now }) {
     found.push({
       state: "fault",
       title: "The service does not answer.",
-      text: `${service.reason ?? "No reason is known."} Gone since ${clock.time(service.sinceAt)}; what is ordered now is refused.`,
+      text: `${sentence(service.reason ?? "no reason is known")} Gone since ${clock.when(service.sinceAt, now)}; what is ordered now is refused.`,
     });
   }
   if (!micom.alive) {
-    const heard = Number.isFinite(micom.lastHeardAt) ? `Last heard at ${clock.time(micom.lastHeardAt)}.` : "Not heard yet.";
+    const report = Number.isFinite(micom.lastReportAt) ? `Its last report came at ${clock.when(micom.lastReportAt, now)}.` : "It has not reported yet.";
     found.push({
       state: "fault",
-      title: "The Micom is silent.",
-      text: `${micom.reason ?? ""} ${heard} Orders are stored, but nobody carries them out.`.trim(),
+      title: "The Micom does not answer.",
+      text: `${micom.reason ? sentence(micom.reason) : ""} ${report} Orders are stored, but not carried out.`.trim(),
     });
   }
   const on = faults.filter((fault) => fault.on);
@@ -38,7 +41,7 @@ function problems({ state, stream, clock, now }) {
     found.push({
       state: "held",
       title: on.length === 1 ? "A fault is switched on:" : `${on.length} faults are switched on:`,
-      text: on.map(({ label }) => label).join(", ") + ".",
+      text: on.map(({ group, label }) => `${group}: ${label.toLowerCase()}`).join("; ") + ".",
       link: { href: "#faults", text: "Show the faults" },
     });
   }

@@ -2,7 +2,7 @@
 // report with what each took, the event's effect, and the override.
 
 import { byId, h, setAttribute, setData, setText, show, whenChanged } from "../dom.js";
-import { levelName, quantity, span, took, watt, wattHour } from "../format.js";
+import { changePercent, levelName, signedPercent, span, took, watt, wattHour } from "../format.js";
 import { remaining } from "../situation.js";
 import { ask } from "./answer.js";
 
@@ -22,14 +22,14 @@ export function stepsOf({ demandResponse }, records) {
   const level = event ? event.level : 0;
   const record = lastRecord(records);
   const isOpen = record !== null && record.open && event !== null && record.level === level;
-  const orderedAt = isOpen ? record.orderedAt : ordered?.level === level || event ? ordered?.at : record?.endedAt;
+  const orderedAt = isOpen ? (record.orderedAt ?? record.storedAt) : ordered?.level === level || event ? ordered?.at : record?.endedAt;
   // What is to come later than the order counts from its start.
   const base = Math.max(orderedAt ?? -Infinity, event?.startAt ?? -Infinity);
   const steps = [{
     name: "ordered",
     level,
     at: orderedAt ?? null,
-    note: event || ordered?.level === 0 ? { page: "from this page", remote: "by the remote side" }[isOpen ? record.orderedBy : ordered?.by] : "by the end of the event",
+    note: !Number.isFinite(orderedAt) ? "nothing yet" : event || ordered?.level === 0 ? { page: "from this page", remote: "by the remote side" }[isOpen ? record.orderedBy : ordered?.by] : "by the end of the event",
   }];
   for (const name of kSteps.slice(1)) {
     const seen = demandResponse[name];
@@ -37,15 +37,15 @@ export function stepsOf({ demandResponse }, records) {
     const first = isOpen ? (record[`${name}At`] ?? seen?.at) : seen?.at;
     steps.push({ name, level: isThere ? level : (seen?.level ?? null), at: isThere ? first : null });
   }
-  let previous = Number.isFinite(base) ? base : null;
+  // Each counts from what came before it: the end of an event is reported at once, not when the
+  // Micom has confirmed it.
+  const times = steps.slice(1).map((step) => step.at);
   for (const step of steps.slice(1)) {
-    if (step.at === null || previous === null) break;
-    step.tookSec = step.at - previous;
-    previous = step.at;
+    if (step.at === null || !Number.isFinite(base)) continue;
+    step.tookSec = step.at - Math.max(base, ...times.filter((at) => at !== null && at < step.at));
   }
-  const last = steps.at(-1);
-  const totalSec = last.tookSec !== undefined && Number.isFinite(base) ? last.at - base : null;
-  return { steps, base, totalSec };
+  const isComplete = Number.isFinite(base) && !times.includes(null);
+  return { steps, base, totalSec: isComplete ? Math.max(...times) - base : null };
 }
 
 function eventText(event, now) {
@@ -85,22 +85,22 @@ function showSteps({ state, records, now, clock }) {
     if (isNext) setAttribute(item, "aria-current", "step");
     else item.removeAttribute("aria-current");
     setText(item.querySelector(".step-level"), levelName(step.level));
-    setText(item.querySelector(".step-time"), step.at === null ? (isNext ? "waiting" : isWaiting ? `from ${clock.shortTime(state.demandResponse.event.startAt)}` : "–") : clock.time(step.at));
+    setText(item.querySelector(".step-time"), step.at === null ? (isNext ? "waiting" : isWaiting ? `from ${clock.when(state.demandResponse.event.startAt, now)}` : "–") : clock.time(step.at));
     const tookText = step.tookSec !== undefined ? took(step.tookSec) : isNext && Number.isFinite(waited) ? span(waited) : "";
     setText(item.querySelector(".step-took"), place === 0 ? (step.note ?? "") : tookText);
   });
   const virtual = state.speed === 1 ? "" : ` of the appliance's time, which runs ${state.speed} times as fast`;
-  setText(byId("steps-total"), totalSec === null ? "" : `From ${state.demandResponse.event ? "order" : "the end"} to report: ${took(totalSec)}${virtual}.`);
+  setText(byId("steps-total"), totalSec === null ? "" : `All steps took ${took(totalSec)}${virtual}.`);
 }
 
 function effectRows(record) {
   if (record === null) return [];
   const rows = [[record.open ? "Average in this event" : "Average in the last event", watt(record.averageWatt)]];
-  if (record.baselineAverageWatt !== null && record.baselineAverageWatt > 0) {
+  if (record.baselineAverageWatt > 0) {
     const days = record.baselineDays === 1 ? "the day before" : `${record.baselineDays} days before`;
-    const change = ((record.averageWatt - record.baselineAverageWatt) / record.baselineAverageWatt) * 100;
+    const change = changePercent(record);
     rows.push([`Same hours, ${days}`, watt(record.baselineAverageWatt)]);
-    rows.push(["Change", (change > 0 ? "+" : "") + quantity(change, 0, "%")]);
+    rows.push(["Change", signedPercent(change)]);
   } else {
     rows.push(["Energy", wattHour(record.energyDuringWh)]);
     rows.push(["Same hours before", "no day yet"]);
@@ -110,7 +110,7 @@ function effectRows(record) {
 
 function showOverride({ override }, { clock, now }) {
   const by = { display: "on the display", remote: "by the remote side" }[override.by];
-  const since = Number.isFinite(override.sinceAt) ? `since ${clock.shortTime(override.sinceAt)} (${span(now - override.sinceAt)})` : null;
+  const since = Number.isFinite(override.sinceAt) ? `since ${clock.when(override.sinceAt, now)} (${span(now - override.sinceAt)})` : null;
   setText(byId("override-say"), override.on ? ["on", by, since].filter(Boolean).join(", ") : "off");
   setData(byId("override-say"), "state", override.on ? "held" : "idle");
 }

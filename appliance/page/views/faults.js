@@ -1,20 +1,31 @@
-// The faults that can be switched on, each with what it does.
+// The faults that can be switched on, each with what it does. One that only happens and is over at
+// once is a plain button.
 
-import { byId, h, setText, show, whenChanged } from "../dom.js";
+import { byId, h, setAttribute, setText, show, whenChanged } from "../dom.js";
 import { ask } from "./answer.js";
 
 export function faultsView(store, api) {
   const isOn = (name) => store.model.state.faults.some((fault) => fault.name === name && fault.on);
 
-  function item({ name, label, description }) {
-    const toggle = h("button", { type: "button", role: "switch", className: "switch", "data-fault": name, "aria-labelledby": `fault-${name}`, "aria-describedby": `fault-${name}-what` },
+  function control({ name, label, momentary }) {
+    const attributes = { type: "button", "data-fault": name, "aria-describedby": `fault-${name}-what` };
+    if (momentary) {
+      const button = h("button", attributes, label);
+      button.addEventListener("click", () => ask(button, byId("faults-answer"), () => api.fault(name, true), () => `${label}: done.`));
+      return button;
+    }
+    const toggle = h("button", { ...attributes, role: "switch", className: "switch", "aria-labelledby": `fault-${name}` },
       h("span", { className: "switch-knob" }));
     toggle.addEventListener("click", () =>
       ask(toggle, byId("faults-answer"), () => api.fault(name, !isOn(name)), () => ""));
-    return h("li", {},
-      h("span", { className: "fault-text" }, h("b", { id: `fault-${name}` }, label), h("span", { className: "hint", id: `fault-${name}-what` }, description)),
-      toggle);
+    return toggle;
   }
+
+  const item = (fault) => h("li", {},
+    h("span", { className: "fault-text" },
+      h("b", { id: `fault-${fault.name}` }, h("span", { className: "unseen" }, `${fault.group}: `), fault.label),
+      h("span", { className: "hint", id: `fault-${fault.name}-what` }, fault.description)),
+    control(fault));
 
   const build = whenChanged((faults) => {
     const groups = [...new Set(faults.map(({ group }) => group))];
@@ -24,9 +35,9 @@ export function faultsView(store, api) {
 
   return ({ state }) => {
     if (state === null) return;
-    build(state.faults.map(({ name, label, description, group }) => ({ name, label, description, group })));
-    for (const { name, on } of state.faults) {
-      byId("fault-list").querySelector(`[data-fault="${CSS.escape(name)}"]`).ariaChecked = String(on);
+    build(state.faults.map(({ on, ...fault }) => fault));
+    for (const { name, on, momentary } of state.faults) {
+      if (!momentary) setAttribute(byId("fault-list").querySelector(`[data-fault="${CSS.escape(name)}"]`), "aria-checked", on);
     }
     const count = state.faults.filter(({ on }) => on).length;
     setText(byId("faults-on"), `${count} on`);

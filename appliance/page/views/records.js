@@ -1,14 +1,10 @@
 // The records of events, newest first: what an operator of a programme is asked to prove.
 
 import { byId, h, show, whenChanged } from "../dom.js";
-import { levelName, number, quantity, span, took, watt, wattHour } from "../format.js";
+import { changePercent, levelName, number, signedPercent, span, took, watt, wattHour } from "../format.js";
 
 const endings = { schedule: "as planned", cancel: "cancelled", replaced: "replaced", restart: "after a restart" };
 const orderers = { page: "this page", remote: "remote side" };
-
-/** The change against the same hours of the days before, or null when there are none. */
-const change = ({ averageWatt, baselineAverageWatt }) =>
-  baselineAverageWatt > 0 && Number.isFinite(averageWatt) ? ((averageWatt - baselineAverageWatt) / baselineAverageWatt) * 100 : null;
 
 function overrideText(overrides, clock) {
   if (overrides.length === 0) return "none";
@@ -19,7 +15,6 @@ function row(record, clock) {
   const start = record.commandedAt ?? record.startAt;
   const end = record.endedAt ?? record.plannedEndAt;
   const ending = record.open ? "still open" : (endings[record.endedBy] ?? "ended");
-  const percent = change(record);
   const cell = (label, text, hint = null, numeric = false) =>
     h("td", { className: numeric ? "numeric" : "", "data-label": label }, h("span", {}, text, hint ? h("span", { className: "hint" }, hint) : null));
   return h("tr", { "data-open": String(record.open) },
@@ -30,7 +25,7 @@ function row(record, clock) {
     cell("Average", watt(record.averageWatt), null, true),
     cell("Peak", watt(record.peakWatt), record.baselinePeakWatt > 0 ? `usually ${watt(record.baselinePeakWatt)}` : null, true),
     cell("Usual average", watt(record.baselineAverageWatt), record.baselineDays > 0 ? `${record.baselineDays} d` : "no day yet", true),
-    cell("Change", percent === null ? "–" : (percent > 0 ? "+" : "") + quantity(percent, 0, "%"), null, true),
+    cell("Change", signedPercent(changePercent(record)), null, true),
     cell("Energy before · during · after", [record.energyBeforeWh, record.energyDuringWh, record.energyAfterWh].map(wattHour).join(" · "), null, true),
     cell("Override", overrideText(record.overrides, clock)),
     cell("Defrosts held", number(record.defrostsHeld), null, true));

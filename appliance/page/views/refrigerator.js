@@ -6,9 +6,9 @@ import { celsius, levelName, quantity, watt } from "../format.js";
 import { compressorText, modeName, situation } from "../situation.js";
 import { ask } from "./answer.js";
 
-function defrostText({ heaterOn, held, due, heldSinceAt, nextInCompressorHours }, clock) {
+function defrostText({ heaterOn, held, due, heldSinceAt, nextInCompressorHours }, clock, now) {
   if (heaterOn) return "heater on";
-  if (held) return `held since ${clock.shortTime(heldSinceAt)}${due ? ", due" : ""}`;
+  if (held) return `held since ${clock.when(heldSinceAt, now)}${due ? ", due" : ""}`;
   if (due) return "due";
   return `in ${quantity(nextInCompressorHours, 1, "h")} of cooling`;
 }
@@ -38,10 +38,10 @@ export function refrigeratorView(store, api) {
     if (model.state === null) return;
     const { refrigerator, demandResponse } = model.state;
     const { compressor, defrost, doors } = refrigerator;
-    const { kind } = situation(model);
+    const { kind, mode } = situation(model);
 
     setText(byId("mode"), modeName(refrigerator.mode));
-    setData(byId("mode"), "state", kind);
+    setData(byId("mode"), "state", mode);
     setData(drawing, "state", kind);
     setData(drawing, "compressor", compressor.on);
     setData(drawing, "fan", refrigerator.fanOn);
@@ -66,7 +66,7 @@ export function refrigeratorView(store, api) {
 
     part("part-compressor", compressor.on, compressorText(compressor));
     part("part-fan", refrigerator.fanOn, refrigerator.fanOn ? "on" : "off");
-    part("part-defrost", defrost.heaterOn, defrostText(defrost, model.clock));
+    part("part-defrost", defrost.heaterOn, defrostText(defrost, model.clock, model.now));
     setData(byId("part-defrost"), "held", defrost.held);
     part("part-sweat", refrigerator.antiSweatOn, refrigerator.antiSweatOn ? "on" : "off");
     part("part-ice", refrigerator.iceMakerOn, refrigerator.iceMakerOn ? "on" : "off");

@@ -1,0 +1,372 @@
+// The page where things are lost, gone, refused or far away in time: cases that the real program
+// does not easily produce, with the stub in its place.
+
+import assert from "node:assert/strict";
+import { readdirSync, readFileSync, statSync } from "node:fs";
+import { join } from "node:path";
+import { after, before, beforeEach, afterEach, describe, it } from "node:test";
+import { fileURLToPath } from "node:url";
+import { assertSound, launch, open, picture, seeSteps, seeText } from "./browser.mjs";
+import { startStub } from "./stub_server.mjs";
+
+const kPage = fileURLToPath(new URL("../../appliance/page/", import.meta.url));
+
+let browser;
+let stub;
+before(async () => {
+  browser = await launch();
+});
+after(() => browser.close());
+beforeEach(async () => {
+  stub = await startStub();
+});
+afterEach(async () => {
+  for (const context of browser.contexts()) await context.close();
+  await stub.close();
+});
+
+const lastRequest = () => stub.requests.at(-1);
+
+describe("connections", () => {
+  it("StreamThatIsLostIsSaidPlainlyAndWhatWasMissedIsCaughtUp", async () => {
+    const page = await open(browser, stub.url);
+    await seeText(page, "#link-stream", /live$/);
+    stub.stream(false);
+    await seeText(page, "#banners", /Live data lost\. Everything below is as of \d\d:\d\d:\d\d/);
+    await seeText(page, "#link-service", /unknown/);
+    assert.equal(await page.locator("body.stale").count(), 1);
+    await assertSound(page);
+    await picture(page, "stub-stream-lost");
+    stub.note("micom", "in", "heard while nobody listened");
+    stub.state((state) => {
+      state.refrigerator.ambientCelsius = 31.5;
+    });
+    stub.stream(true);
+    await seeText(page, "#link-stream", /live$/);
+    await seeText(page, "#hero-room", /31\.5/);
+    await seeText(page, "#trace", /heard while nobody listened/);
+    assert.equal(await page.locator("#banners *").count(), 0);
+    assert.equal(await page.locator("body.stale").count(), 0);
+  });
+
+  it("ClockStandsStillWhileTheStreamIsLost", async () => {
+    const page = await open(browser, stub.url);
+    await seeText(page, "#link-stream", /live$/);
+    stub.stream(false);
+    await seeText(page, "#banners", /Live data lost/);
+    const shown = await page.locator("#clock-time").textContent();
+    await page.waitForFunction((since) => performance.now() > since + 1200, await page.evaluate(() => performance.now()));
+    assert.equal(await page.locator("#clock-time").textContent(), shown);
+  });
+
+  it("ApplianceThatEndsIsSaidAndOneStartedAnewIsFound", async () => {
+    const page = await open(browser, stub.url);
+    const port = Number(new URL(stub.url).port);
+    await stub.close();
+    await seeText(page, "#banners", /Live data lost/);
+    await page.click("#order-send");
+    await seeText(page, "#order-answer", /does not answer, so nothing was sent/);
+    stub = await startStub({ port });
+    await seeText(page, "#link-stream", /live$/);
+    await page.click("#order-send");
+    await seeSteps(page, "Level 3");
+  });
+
+  it("ServiceThatIsGoneIsSaidWithItsReason", async () => {
+    const page = await open(browser, stub.url, { theme: "dark" });
+    stub.state((state, now) => {
+      Object.assign(state.service, { reachable: false, reason: "no answer from coap://127.0.0.1:5683 for 5 s", sinceAt: now });
+    });
+    await seeText(page, "#banners", /The service does not answer\. No answer from .* for 5 s\. Gone since/);
+    await seeText(page, "#hero-headline", /The service does not answer/);
+    await seeText(page, "#link-service", /gone/);
+    await assertSound(page);
+    await picture(page, "stub-service-gone-dark");
+    stub.state((state) => {
+      Object.assign(state.service, { reachable: true, reason: null });
+    });
+    await seeText(page, "#link-service", /reachable/);
+    assert.equal(await page.locator("#banners *").count(), 0);
+  });
+
+  it("MicomThatDoesNotAnswerIsSaidAndTheStepIsShownAsLate", async () => {
+    const page = await open(browser, stub.url);
+    await page.click('[data-fault="micomSilent"]');
+    await seeText(page, "#banners", /The Micom does not answer.*A fault is switched on: Micom: silent/);
+    await page.click('#order-form [data-duration="01:00:00"]');
+    await page.click("#order-send");
+    await seeText(page, "#event-say", /Level 3/);
+    stub.state((state, now, record) => {
+      state.demandResponse.event.startAt = record.orderedAt = now - 900;
+    });
+    await page.waitForSelector('#steps [data-step="commanded"][data-state="late"]');
+    await assertSound(page);
+    await picture(page, "stub-micom-silent");
+  });
+});
+
+describe("orders", () => {
+  it("RefusalOfTheServiceIsShownWithReasonAndCode", async () => {
+    const page = await open(browser, stub.url);
+    stub.refuseNext(409, { error: "The service has refused the order.", service: { code: 409, reason: "refused" } });
+    await page.click("#order-send");
+    await seeText(page, "#order-answer", /^The service has refused the order\. \(service: 4\.09\)$/);
+    assert.equal(await page.locator("#order-answer").getAttribute("data-kind"), "refused");
+    assert.equal(await page.locator(".answer[data-kind=refused]").count(), 1);
+    await assertSound(page);
+  });
+
+  it("RefusalWithoutAReasonStillSaysSomething", async () => {
+    const page = await open(browser, stub.url);
+    stub.refuseNext(500, null);
+    await page.click("#door-fridge");
+    await seeText(page, "#door-answer", /status 500 and gave no reason/);
+  });
+
+  it("LocalStartIsSentInUtcAndSaid", async () => {
+    const page = await open(browser, stub.url);
+    await page.fill("#order-start", "18:30");
+    await page.fill("#order-duration", "01:00:00");
+    await seeText(page, "#order-preview", /on Fri,? 31 Jul,? 18:30, in 1\sh 3\d\smin, until 19:30\. Sent as 16:30:00 UTC\./);
+    await page.click("#order-send");
+    await seeText(page, "#order-answer", /Accepted/);
+    assert.deepEqual(lastRequest().body, { level: 3, duration: "01:00:00", start: "16:30:00" });
+    await seeText(page, "#event-say", /Level 3 starts in/);
+    await seeText(page, '[data-step="commanded"]', /from 18:30/);
+  });
+
+  it("StartThatHasPassedInsideTheDurationRunsAtOnce", async () => {
+    const page = await open(browser, stub.url);
+    await page.fill("#order-start", "16:45");
+    await page.fill("#order-duration", "00:30:00");
+    await seeText(page, "#order-preview", /at once, as it began at 16:45, until 17:15\. Sent as 14:45:00 UTC/);
+    await page.click("#order-send");
+    await seeText(page, "#event-times", /^16:45:00 to 17:15:00/);
+    await seeText(page, "#hero-headline", /Load reduced: level 3/);
+  });
+
+  it("EmptyDurationIsLeftToTheService", async () => {
+    const page = await open(browser, stub.url);
+    await page.fill("#order-duration", "");
+    await seeText(page, "#order-preview", /4\sh 30\smin, the service's own default/);
+    await page.click("#order-send");
+    await seeText(page, "#event-times", /4\sh 30\smin in all/);
+    assert.deepEqual(lastRequest().body, { level: 3 });
+  });
+
+  it("WhatIsNoTimeIsSentAsItIsAndTheFieldThatIsWrongIsMarked", async () => {
+    const page = await open(browser, stub.url);
+    await page.fill("#order-start", "half past six");
+    await page.click("#order-send");
+    await seeText(page, "#order-answer", /start "half past six" is not a time of day/);
+    assert.equal(await page.locator("#order-start").getAttribute("aria-invalid"), "true");
+    assert.equal(await page.locator("#order-duration").getAttribute("aria-invalid"), null);
+  });
+
+  it("TextFromOutsideIsNeverMarkup", async () => {
+    const text = "<img src=x onerror=alert(1)><b>peak</b>";
+    stub.state((state) => {
+      state.defrostDelay.reservations[0].description = text;
+    });
+    stub.note("remote", "in", text);
+    const page = await open(browser, stub.url);
+    await seeText(page, "#trace", /<img src=x/);
+    assert.equal(await page.locator("#reservations b").first().textContent(), text);
+    assert.equal(await page.locator("main img").count(), 0);
+    await assertSound(page);
+  });
+
+  it("EachChangeGoesToItsOwnAddress", async () => {
+    const page = await open(browser, stub.url);
+    for (const [selector, method, path, body] of [
+      ["#override-remote-on", "PUT", "/api/v1/override", { override: 1 }],
+      ["#override-remote-off", "PUT", "/api/v1/override", { override: 0 }],
+      ["#override-board-on", "PUT", "/api/v1/display/override", { override: 1 }],
+      ["#override-board-off", "PUT", "/api/v1/display/override", { override: 0 }],
+      ["#defrost-switch", "PUT", "/api/v1/defrost", { enabled: 0 }],
+      ["#door-freezer", "PUT", "/api/v1/door", { compartment: "freezer", open: true }],
+      [".fridge-door", "PUT", "/api/v1/door", { compartment: "fridge", open: true }],
+      ['[data-fault="meteringSlow"]', "PUT", "/api/v1/faults/meteringSlow", { on: true }],
+      ['[data-fault="micomRestart"]', "PUT", "/api/v1/faults/micomRestart", { on: true }],
+    ]) {
+      const count = stub.requests.length;
+      const answered = page.waitForResponse((response) => response.url().endsWith(path));
+      await page.click(selector);
+      await answered;
+      assert.deepEqual(stub.requests.slice(count), [{ method, path, body }], selector);
+    }
+  });
+
+  it("SetAndCreateOfAReservationAreTwoCommands", async () => {
+    const page = await open(browser, stub.url);
+    await page.click("#reservation-new summary");
+    await page.fill("#reservation-first-day", "5");
+    await page.selectOption("#reservation-first-month", "03");
+    await page.click("#reservation-form button[value=set]");
+    await seeText(page, "#reservation-answer", /Stored/);
+    assert.deepEqual(lastRequest(), {
+      method: "PUT", path: "/api/v1/reservations",
+      body: { startTime: "0000-03-05T17:00:00", endTime: "0000-12-31T00:00:00", period: "02:00:00", description: "Evening peak" },
+    });
+    await page.fill("#reservation-description", "");
+    await page.fill("#reservation-last-day", "99");
+    await page.click("#reservation-form button[value=create]");
+    await seeText(page, "#reservations", /4 of|3/);
+    assert.equal(lastRequest().method, "POST");
+    assert.equal(lastRequest().body.endTime, "0000-12-99T00:00:00");
+    assert.equal("description" in lastRequest().body, false);
+  });
+
+  it("DefrostDelayThatAnEventKeepsOffIsExplained", async () => {
+    const page = await open(browser, stub.url);
+    await page.click("#order-send");
+    await seeText(page, "#defrost-say", /Off, as long as a demand-response event is stored/);
+    await page.click("#defrost-switch");
+    await seeText(page, "#defrost-answer", /keeps it off as long as/);
+  });
+});
+
+describe("what is shown", () => {
+  it("FasterTimeIsShownWithItsFactor", async () => {
+    await stub.close();
+    stub = await startStub({ speed: 60 });
+    const page = await open(browser, stub.url);
+    await seeText(page, "#clock-speed", /time × 60/);
+    await seeText(page, "#clock-zone", /Europe\/Berlin/);
+    await page.click('#order-form [data-duration="00:02:00"]');
+    await page.click("#order-send");
+    await seeText(page, "#steps-total", /which runs 60 times as fast/);
+    await seeText(page, "#event-say", /No event/);
+    await seeText(page, "#records", /as planned/);
+  });
+
+  it("OpenRecordSaysWhenEachStepHappenedFirst", async () => {
+    const page = await open(browser, stub.url);
+    await page.click("#order-send");
+    await seeSteps(page, "Level 3");
+    const first = await page.locator('[data-step="commanded"] .step-time').textContent();
+    stub.state((state, now) => {
+      state.demandResponse.commanded.at = now + 600; // the ten-minute repetition
+    });
+    await page.waitForResponse((response) => response.url().includes("/history"));
+    assert.equal(await page.locator('[data-step="commanded"] .step-time').textContent(), first);
+  });
+
+  it("TraceIsFilteredAndExportedAsFiltered", async () => {
+    const page = await open(browser, stub.url);
+    await seeText(page, "#trace", /SET_SMARTGRID_LEVEL_NORMAL/);
+    await page.selectOption("#trace-source", "metering");
+    await page.waitForFunction(() => document.querySelectorAll("#trace tr").length === 1);
+    await page.selectOption("#trace-source", "");
+    await page.fill("#trace-text", "smartgriddr");
+    await page.waitForFunction(() => document.querySelectorAll("#trace tr").length === 1);
+    assert.equal(await page.locator("#trace-csv").getAttribute("href"), "/api/v1/trace.csv?text=smartgriddr");
+    await page.fill("#trace-text", "nothing like it");
+    await seeText(page, "#trace-empty", /No line fits/);
+  });
+
+  it("LongTraceIsShownInParts", async () => {
+    for (let line = 0; line < 800; line++) stub.note("micom", "in", `line ${line}`);
+    const page = await open(browser, stub.url);
+    await seeText(page, "#trace-count", /newest 100 of 500/);
+    for (let press = 0; press < 7; press++) await page.click("#trace-older");
+    await seeText(page, "#trace-count", /newest 800 of 804/);
+  });
+
+  it("EmptyHistorySaysSo", async () => {
+    await stub.close();
+    stub = await startStub({ isNew: true });
+    const page = await open(browser, stub.url);
+    await seeText(page, "#energy-readout", /Nothing is known of the last 24 hours yet/);
+    await seeText(page, "#power-readout", /Last hour|Nothing is known/);
+    await seeText(page, "#records-empty", /No event yet/);
+    await seeText(page, "#energy-this", /–/);
+    await assertSound(page);
+    await picture(page, "stub-new");
+  });
+
+  it("ThemeIsTheSystemsUntilOneIsPickedAndThenRemembered", async () => {
+    const page = await open(browser, stub.url, { theme: "dark" });
+    const theme = () => page.evaluate(() => document.documentElement.dataset.theme);
+    assert.equal(await theme(), "dark");
+    await page.click("#theme");
+    assert.equal(await theme(), "light");
+    await page.reload();
+    assert.equal(await theme(), "light");
+    await assertSound(page);
+  });
+
+  it("NothingMovesForThoseWhoAskForThat", async () => {
+    const still = await open(browser, stub.url, { reducedMotion: "reduce" });
+    assert.equal(await still.evaluate(() => document.getAnimations().length), 0);
+    const moving = await open(browser, stub.url);
+    await moving.waitForFunction(() => document.getAnimations().length > 0);
+  });
+
+  it("EventsOfOtherDaysAreShownWithTheirDay", async () => {
+    const page = await open(browser, stub.url);
+    assert.deepEqual(await page.evaluate(async () => {
+      const { makeClock } = await import("/page/format.js");
+      const clock = makeClock("Europe/Berlin", 3600);
+      const at = (text) => Date.parse(text) / 1000;
+      const march = clock.dayStart(at("2026-03-29T10:00:00Z"));
+      return {
+        whenToday: clock.when(at("2026-07-31T08:05:00Z"), at("2026-07-31T15:00:00Z")),
+        whenBefore: clock.when(at("2026-07-30T08:05:00Z"), at("2026-07-31T15:00:00Z")).replace(",", ""),
+        hoursOfTheShortDay: (clock.dayStart(at("2026-03-29T10:00:00Z"), 1) - march) / 3600,
+        summerNoon: new Date(clock.localTime(at("2026-03-28T10:00:00Z"), 1, 43200) * 1000).toISOString(),
+        unknownZone: makeClock("Nowhere/Land", 7200).time(at("2026-07-31T08:00:00Z")),
+      };
+    }), {
+      whenToday: "10:05", whenBefore: "Thu 30 Jul, 10:05".replace(",", ""), hoursOfTheShortDay: 23,
+      summerNoon: "2026-03-29T10:00:00.000Z", unknownZone: "10:00:00",
+    });
+  });
+
+  it("EventIsPlacedAsTheServicePlacesIt", async () => {
+    const page = await open(browser, stub.url);
+    assert.deepEqual(await page.evaluate(async () => {
+      const { placed, utcOfLocal } = await import("/page/views/order.js");
+      const { makeClock } = await import("/page/format.js");
+      const now = Date.parse("2026-07-31T10:00:00Z") / 1000;
+      const time = (at) => new Date(at * 1000).toISOString().slice(8, 19);
+      return {
+        over: time(placed(now, 8 * 3600, 3600)),
+        running: time(placed(now, 8 * 3600, 3 * 3600)),
+        ahead: time(placed(now, 14 * 3600, 3600)),
+        winter: utcOfLocal(makeClock("Europe/Berlin", 3600), Date.parse("2026-01-10T10:00:00Z") / 1000, 18 * 3600) / 3600,
+        overMidnight: utcOfLocal(makeClock("Asia/Tokyo", 32400), now, 3600) / 3600,
+        afterTheChange: utcOfLocal(makeClock("Europe/Berlin", 3600), Date.parse("2026-03-28T20:00:00Z") / 1000, 12 * 3600) / 3600,
+      };
+    }), { over: "01T08:00:00", running: "31T08:00:00", ahead: "31T14:00:00", winter: 17, overMidnight: 16, afterTheChange: 10 });
+  });
+
+  it("NumbersAndSpansReadWell", async () => {
+    const page = await open(browser, stub.url);
+    const plain = (texts) => texts.map((text) => text.replaceAll("\u00a0", " "));
+    assert.deepEqual(plain(await page.evaluate(async () => {
+      const format = await import("/page/format.js");
+      return [
+        format.celsius(-18.04), format.celsius(-0.04), format.celsius(null), format.watt(84.4), format.watt(3.26), format.wattHour(1234),
+        format.span(85), format.span(3600), format.span(7500), format.span(90000), format.span(NaN), format.took(0.44), format.took(-90), format.hms(86399),
+      ];
+    })), ["−18.0 °C", "0.0 °C", "–", "84 W", "3.3 W", "1.23 kWh", "1 min 25 s", "1 h", "2 h 05 min", "1 d 1 h", "–", "0.4 s", "−1 min 30 s", "23:59:59"]);
+  });
+});
+
+describe("the files", () => {
+  const files = readdirSync(kPage, { recursive: true }).map((name) => join(kPage, name)).filter((name) => statSync(name).isFile());
+
+  it("NoFileIsLargerThan150Kilobytes", () => {
+    assert.ok(files.length > 15, files.join());
+    for (const name of files) assert.ok(statSync(name).size <= 150_000, `${name}: ${statSync(name).size} bytes`);
+  });
+
+  it("NothingIsInlineAndNothingIsWrittenAsMarkup", () => {
+    for (const name of files.filter((each) => !each.includes("vendor"))) {
+      const text = readFileSync(name, "utf8");
+      assert.doesNotMatch(text, /innerHTML|outerHTML|insertAdjacentHTML|document\.write/, name);
+      assert.doesNotMatch(text, /<script(?![^>]*\bsrc=)|<style|\sstyle="|\son[a-z]+="/, name);
+    }
+  });
+});
