@@ -107,12 +107,14 @@ EventRecord recordFromJson(const nlohmann::json &json) {
 std::string recordsCsv(const std::vector<EventRecord> &records) {
     // The members of the JSON form in their order; moments as UTC text, overrides as their number.
     std::string csv;
-    for (const auto &[name, value] : recordJson({}).items())
+    const nlohmann::ordered_json heads = recordJson({}); // items() only refers to it
+    for (const auto &[name, value] : heads.items())
         csv += (csv.empty() ? "" : ",") + name;
     csv += "\r\n";
     for (const EventRecord &record : records) {
         std::string line;
-        for (const auto &[name, value] : recordJson(record).items()) {
+        const nlohmann::ordered_json members = recordJson(record);
+        for (const auto &[name, value] : members.items()) {
             line += line.empty() ? "" : ",";
             if (name.size() > 2 && name.ends_with("At") && !value.is_null())
                 line += utcText(toMs(value));
