@@ -3,6 +3,7 @@
  */
 #include "local_time.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -25,10 +26,14 @@ std::tm fieldsOf(const Date &date, int secondOfDay) {
     return fields;
 }
 
-std::string format(const char *pattern, auto... values) {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), pattern, values...);
-    return text.data();
+std::string padded(int value, std::size_t width = 2) {
+    const std::string digits = std::to_string(value);
+    return std::string(width - std::min(width, digits.size()), '0') + digits;
+}
+
+std::string longClock(int secondOfDay) {
+    return padded(secondOfDay / 3600) + ":" + padded(secondOfDay / 60 % 60) + ":" +
+           padded(secondOfDay % 60);
 }
 
 } // namespace
@@ -91,18 +96,16 @@ LocalTime localTimeOf(std::int64_t utcMs) {
 }
 
 std::string dateText(const Date &date) {
-    return format("%04d-%02d-%02d", date.year, date.month, date.day);
+    return padded(date.year, 4) + "-" + padded(date.month) + "-" + padded(date.day);
 }
 
 std::string clockText(int secondOfDay) {
-    const std::string minutes = format("%02d:%02d", secondOfDay / 3600, secondOfDay / 60 % 60);
-    return secondOfDay % 60 == 0 ? minutes : minutes + format(":%02d", secondOfDay % 60);
+    return longClock(secondOfDay).substr(0, secondOfDay % 60 == 0 ? 5 : 8);
 }
 
 std::string localText(std::int64_t utcMs) {
     const LocalTime local = localTimeOf(utcMs);
-    return dateText(local.date) + format(" %02d:%02d:%02d", local.secondOfDay / 3600,
-                                         local.secondOfDay / 60 % 60, local.secondOfDay % 60);
+    return dateText(local.date) + " " + longClock(local.secondOfDay);
 }
 
 std::string utcText(std::int64_t utcMs) {

@@ -175,6 +175,25 @@ std::vector<Date> MemberReader::dates(const std::string &name) {
     return values;
 }
 
+std::vector<double> MemberReader::numbers(const std::string &name, std::size_t count, double lowest,
+                                          double highest) {
+    const toml::node *node = find(name);
+    if (node == nullptr)
+        return {};
+    const std::string expected = "a list of " + std::to_string(count) + " numbers from " +
+                                 plain(lowest) + " to " + plain(highest);
+    std::vector<double> values;
+    if (!node->is_array() || node->as_array()->size() != count)
+        notThat(*node, name, expected);
+    for (const toml::node &item : *node->as_array()) {
+        const auto value = item.is_number() ? item.value<double>() : std::nullopt;
+        if (!value || !(*value >= lowest && *value <= highest))
+            notThat(item, name, expected);
+        values.push_back(*value);
+    }
+    return values;
+}
+
 std::vector<int>
 MemberReader::words(const std::string &name, const std::string &expected,
                     const std::function<std::optional<int>(const std::string &)> &accept) {

@@ -39,6 +39,9 @@ public:
     std::optional<int> length(const std::string &name, int shortestSec, int longestSec);
     /* Dates, or texts each of which `accept` turns into a number; `expected` says what they are. */
     std::vector<Date> dates(const std::string &name);
+    /* Exactly so many numbers. */
+    std::vector<double> numbers(const std::string &name, std::size_t count, double lowest,
+                                double highest);
     std::vector<int> words(const std::string &name, const std::string &expected,
                            const std::function<std::optional<int>(const std::string &)> &accept);
 

@@ -200,6 +200,7 @@ Expectations readExpectations(MemberReader &table) {
 
 void readHousehold(MemberReader &table, Scenario &scenario) {
     scenario.ambientCelsius = table.number("ambient-celsius", 5, 43).value_or(22);
+    scenario.ambientByMonth = table.numbers("ambient-by-month-celsius", 12, 5, 43);
     const auto doors = table.oneOf("doors", {"family", "nobody"});
     scenario.householdPresent = doors.value_or("family") == "family";
     scenario.seed = static_cast<std::uint64_t>(table.wholeNumber("seed", 0, INT64_MAX).value_or(1));
@@ -321,6 +322,12 @@ std::vector<PlannedEvent> planEvents(const Scenario &scenario) {
     std::int64_t lastEndMs = 0;
     for (PlannedEvent &event : events) {
         event.orderMs = std::max(event.orderMs, scenario.beginMs() + kMinuteMs);
+        // An order carries a time of day, which the service puts on the UTC date of the order
+        // unless it would be over by then.
+        const std::int64_t lengthMs = event.endMs - event.startMs;
+        const std::int64_t startDayMs = event.startMs / kDayMs * kDayMs;
+        if (event.orderMs < startDayMs && event.startMs - kDayMs + lengthMs >= event.orderMs)
+            event.orderMs = startDayMs;
         if (lastEndMs <= event.startMs)
             event.orderMs =
                 std::max(event.orderMs, std::min(lastEndMs + kAfterEndMs, event.startMs));

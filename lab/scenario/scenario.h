@@ -91,6 +91,7 @@ struct Scenario {
     std::string zone = "UTC";
     std::uint64_t seed = 1;
     double ambientCelsius = 22;
+    std::vector<double> ambientByMonth; // 12 means, January first; empty: ambientCelsius
     bool householdPresent = true;
     bool defrostDelay = false; // switched on by the remote side at the beginning
     appliance::Parameters parameters;

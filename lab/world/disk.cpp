@@ -22,6 +22,10 @@ Disk *theDisk = nullptr; // of this process
 
 constexpr int kSectorBytes = 512;
 
+int useExtraSynchronous(sqlite3 *connection, char **, const sqlite3_api_routines *) {
+    return sqlite3_exec(connection, "PRAGMA synchronous=EXTRA", nullptr, nullptr, nullptr);
+}
+
 } // namespace
 
 void Disk::forgetBytes(File &file) {
@@ -68,6 +72,9 @@ void Disk::install() {
     system.xFullPathname = xFullPathname;
     system.xRandomness = xRandomness;
     sqlite3_vfs_register(&system, 1);
+    // As the Linux platform has it.
+    using EntryPoint = void (*)();
+    sqlite3_auto_extension(reinterpret_cast<EntryPoint>(useExtraSynchronous));
 }
 
 void Disk::forgetLocks() {

@@ -140,6 +140,8 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     storesDue_ = cyclesDue_ = 0;
     remainder_ = 0;
     displayOverride_ = -1;
+    displayWatched_ = false;
+    postedCounts_ = 0;
     gateOpenMs_ = -1;
     keptFrom_.clear();
     eventDirty_ = reservationsDirty_ = hoursDirty_ = true;
@@ -169,6 +171,9 @@ void Judge::see(const Entry &entry) {
         return seeSql(entry.text);
     case Kind::Post:
         return seePost(entry.text);
+    case Kind::Watch:
+        displayWatched_ = displayWatched_ || entry.text == kDisplayOverrideKey;
+        return;
     case Kind::Request:
         return seeRequest(entry.text);
     default:
@@ -213,6 +218,9 @@ void Judge::seeLog(const std::string &text) {
         if (--cyclesDue_ < 0)
             broken("a metering cycle follows each publication", "there was none for this cycle");
     } else if (startsWith(text, "REPORT] saveValue : ")) {
+        const int total = remainder_ + postedCounts_;
+        remainder_ = total % kCountsPerUnit;
+        expected_ += total / kCountsPerUnit;
         storesDue_ += numberIn(text) >= 1 ? 1 : 0;
     } else if (startsWith(text, "REPORT] delete date : ")) {
         keptFrom_ = text.substr(text.rfind(' ') + 1);
@@ -248,7 +256,7 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
         activeKey_ = number;
         // Switched off between the worker's look at "enabled" and its setting of "active".
         heldByRace_ = number == 1 && enableKey_.value_or(0) == 0 && defrostSinceMs_ >= 0;
-    } else if (key == kDisplayOverrideKey) {
+    } else if (key == kDisplayOverrideKey && displayWatched_) {
         displayOverride_ = number;
         displayOverrideMs_ = eyes_->nowMs();
     }
@@ -414,9 +422,7 @@ void Judge::seePost(const std::string &text) {
                                   &whole, &hundredths, &duration, &end);
     if (found != 3 || static_cast<std::size_t>(end) != text.size() || duration != 60)
         broken("the figure is posted to the metering service on this device", text);
-    const int total = remainder_ + whole * 100 + hundredths;
-    remainder_ = total % kCountsPerUnit;
-    expected_ += total / kCountsPerUnit;
+    postedCounts_ = whole * 100 + hundredths;
 }
 
 void Judge::seeRequest(const std::string &text) {

@@ -137,7 +137,9 @@ private:
     std::int64_t heldCommandMs_ = 0;
     std::int64_t lastCycleMs_ = -1;
     int storesDue_ = 0;
+    int postedCounts_ = 0;
     int cyclesDue_ = 0;
+    bool displayWatched_ = false;
     int displayOverride_ = -1; // switched on the display, and not yet commanded
     std::int64_t displayOverrideMs_ = 0;
     std::int64_t gateOpenMs_ = -1; // since when Wi-Fi and clock are in order

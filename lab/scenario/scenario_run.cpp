@@ -1,0 +1,61 @@
+/*
+ * The lives of a run, one after another, each in a child that shares the house.
+ */
+#include "scenario_run.h"
+
+#include "house.h"
+
+#include <shared_memory.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace corvane::lab {
+namespace {
+
+constexpr int kGoesOn = 0;
+constexpr int kRunIsOver = 1;
+
+/* The exit status of a life. */
+int liveInChild(House &house) {
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child < 0)
+        throw std::runtime_error("a process for a life of the service cannot be made");
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(house.liveOnce() ? kRunIsOver : kGoesOn);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status))
+        throw std::runtime_error(std::string("a life of the service ended by signal ") +
+                                 strsignal(WTERMSIG(status)));
+    return WEXITSTATUS(status);
+}
+
+} // namespace
+
+RunResult runScenario(const Scenario &scenario, const RunOptions &options) {
+    const auto begin = std::chrono::steady_clock::now();
+    SharedMemory memory;
+    House &house = *memory.make<House>(scenario, options);
+    int status = kGoesOn;
+    while (status == kGoesOn)
+        status = liveInChild(house);
+    if (status != kRunIsOver)
+        throw std::runtime_error("a life of the service ended by itself, with status " +
+                                 std::to_string(status));
+    RunResult result = house.result();
+    result.realSec =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    return result;
+}
+
+} // namespace corvane::lab
