@@ -5,6 +5,7 @@ import { makeClock } from "./format.js";
 
 const kTraceKept = 5000;
 const kRecordsKept = 200;
+const kSamplesKeptSec = 3600;
 
 /** Both lists by id, oldest first, each entry once. */
 function merged(older, newer) {
@@ -23,6 +24,7 @@ export function createStore() {
     records: [], // newest first
     history: { range: "hour", data: null },
     energy: { range: "day", data: null },
+    samples: [], // { at, powerWatt, … } of each state of the last hour: finer than the history
   };
   const views = new Set();
   let receivedMs = 0;
@@ -47,6 +49,14 @@ export function createStore() {
     model.now = model.state.at + ((performance.now() - receivedMs) / 1000) * model.state.speed;
   }
 
+  function takeSample({ at, refrigerator }) {
+    const { powerWatt, fridgeCelsius, freezerCelsius, ambientCelsius } = refrigerator;
+    const isBack = model.samples.length > 0 && at < model.samples.at(-1).at; // another clock
+    if (!isBack && at === model.samples.at(-1)?.at) return;
+    const kept = isBack ? [] : model.samples.filter((sample) => sample.at > at - kSamplesKeptSec);
+    model.samples = [...kept, { at, powerWatt, fridgeCelsius, freezerCelsius, ambientCelsius }];
+  }
+
   return {
     model,
     changed,
@@ -57,6 +67,7 @@ export function createStore() {
     setState(state) {
       if (model.clock.zone !== state.zone) model.clock = makeClock(state.zone, state.utcOffsetSec);
       model.state = state;
+      takeSample(state);
       receivedMs = performance.now();
       changed();
     },

@@ -26,8 +26,9 @@ def is_healthy():
 class RealPage(SystemTest):
     def test_PageDoesWhatItShows(self):
         corvane = Instance(TZ="Europe/Berlin")
-        corvane.start()
+        # The appliance first: it has to hear the level that the service commands at its start.
         appliance = corvane.start_program("corvane-appliance", "--listen", LISTEN)
+        corvane.start()
         wait_for("the appliance to be healthy", is_healthy)
         tests = subprocess.run(
             [os.environ["CORVANE_NODE"], "--test", "--test-reporter=spec", TESTS],

@@ -217,12 +217,12 @@ describe("orders", () => {
     assert.equal("description" in lastRequest().body, false);
   });
 
-  it("DefrostDelayThatAnEventKeepsOffIsExplained", async () => {
+  it("DefrostDelayThatAnEventKeepsOffSaysSo", async () => {
     const page = await open(browser, stub.url);
     await page.click("#order-send");
     await seeText(page, "#defrost-say", /Off, as long as a demand-response event is stored/);
     await page.click("#defrost-switch");
-    await seeText(page, "#defrost-answer", /keeps it off as long as/);
+    await seeText(page, "#defrost-answer", /stays off while an event is stored \(service: 4\.09\)/);
   });
 });
 
@@ -250,6 +250,23 @@ describe("what is shown", () => {
     });
     await page.waitForResponse((response) => response.url().includes("/history"));
     assert.equal(await page.locator('[data-step="commanded"] .step-time').textContent(), first);
+  });
+
+  it("CurveOfTheHourFollowsEachSecond", async () => {
+    const page = await open(browser, stub.url);
+    const rows = await page.evaluate(async () => {
+      const { columns } = await import("/page/views/power.js");
+      const column = (...values) => values;
+      const data = {
+        stepSec: 60, at: column(600, 660, 720, 780, 840), powerWatt: column(50, null, 52, null, null),
+        fridgeCelsius: column(1, null, 3, null, null), freezerCelsius: column(1, null, 3, null, null), ambientCelsius: column(1, null, 3, null, null),
+      };
+      const sample = (at, powerWatt) => ({ at, powerWatt, fridgeCelsius: 4, freezerCelsius: -18, ambientCelsius: 22 });
+      const model = { now: 842, history: { range: "hour", data }, samples: [sample(725, 60), sample(726, 61), sample(841, 20)] };
+      const [at, power] = columns(model);
+      return at.map((time, place) => [time, power[place]]);
+    });
+    assert.deepEqual(rows, [[600, 50], [660, null], [725, 60], [726, 61], [841, 20]]);
   });
 
   it("TraceIsFilteredAndExportedAsFiltered", async () => {

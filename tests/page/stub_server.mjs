@@ -276,7 +276,9 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     "PUT /api/v1/override": override("remote"),
     "PUT /api/v1/display/override": override("display"),
     "PUT /api/v1/defrost": ({ enabled }) => {
-      if (state.demandResponse.event) return { result: 1 };
+      if (enabled && state.demandResponse.event) {
+        throw new Refused(409, { error: "defrost delay stays off while an event is stored", service: { code: 409, reason: "refused" } });
+      }
       state.defrostDelay.enabled = enabled;
       state.defrostDelay.active = enabled;
       state.refrigerator.defrost.held = enabled === 1;

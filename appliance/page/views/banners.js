@@ -28,12 +28,12 @@ function problems({ state, stream, clock, now }) {
       text: `${sentence(service.reason ?? "no reason is known")} Gone since ${clock.when(service.sinceAt, now)}; what is ordered now is refused.`,
     });
   }
-  if (!micom.alive) {
+  if (!micom.alive || micom.reason) {
     const report = Number.isFinite(micom.lastReportAt) ? `Its last report came at ${clock.when(micom.lastReportAt, now)}.` : "It has not reported yet.";
     found.push({
       state: "fault",
-      title: "The Micom does not answer.",
-      text: `${micom.reason ? sentence(micom.reason) : ""} ${report} Orders are stored, but not carried out.`.trim(),
+      title: micom.alive ? "The Micom does not follow." : "The Micom does not answer.",
+      text: `${micom.reason ? sentence(micom.reason) : ""} ${report}${micom.alive ? "" : " Orders are stored, but not carried out."}`.trim(),
     });
   }
   const on = faults.filter((fault) => fault.on);

@@ -83,9 +83,7 @@ export function defrostView(store, api) {
   const toggle = byId("defrost-switch");
   toggle.addEventListener("click", () => {
     const on = store.model.state?.defrostDelay.enabled !== 1;
-    const isStored = Boolean(store.model.state?.demandResponse.event);
-    return ask(toggle, byId("defrost-answer"), () => api.delayDefrost(on), () =>
-      on && isStored ? "Taken, but the service keeps it off as long as a demand-response event is stored." : "");
+    return ask(toggle, byId("defrost-answer"), () => api.delayDefrost(on), () => "");
   });
 
   const form = byId("reservation-form");

@@ -7,22 +7,43 @@ import { axes, createPlot, shade, themeColour, withAlpha } from "../plot.js";
 
 export const kRangeSec = { hour: 3600, day: 86400, month: 31 * 86400 };
 
-/** The history's columns, carried on to the present with the state where steps are short. */
-function columns({ state, history, now }) {
+const kColumns = ["at", "powerWatt", "fridgeCelsius", "freezerCelsius", "ambientCelsius"];
+
+/**
+ * The columns to draw: the history's steps, and in the hour the finer samples in the place of the
+ * steps that they fall into. The last steps are not written yet: there the present stands instead.
+ */
+export function columns({ state, history, samples, now }) {
   const { data, range } = history;
-  const names = ["at", "powerWatt", "fridgeCelsius", "freezerCelsius", "ambientCelsius"];
-  if (data === null) return names.map(() => []);
-  const all = names.map((name) => data[name] ?? data.at.map(() => null));
-  const isBehind = data.at.length === 0 || now > data.at.at(-1);
-  if (range === "month" || !isBehind) return all;
-  return all.map((column, place) => [...column, place === 0 ? now : state.refrigerator[names[place]]]);
+  if (data === null) return kColumns.map(() => []);
+  const { stepSec } = data;
+  let rows = data.at.map((at, place) => kColumns.map((name) => (name === "at" ? at : data[name][place])));
+  const fine = range === "hour" ? samples : [];
+  const covered = new Set(fine.map(({ at }) => Math.floor(at / stepSec)));
+  rows = rows.filter(([at, power]) => !covered.has(Math.floor(at / stepSec)) && (power !== null || at < now - 2 * stepSec));
+  rows.push(...fine.map((sample) => kColumns.map((name) => sample[name])));
+  rows.sort((a, b) => a[0] - b[0]);
+  if (range === "day" && now > (rows.at(-1)?.[0] ?? 0)) {
+    rows.push(kColumns.map((name) => (name === "at" ? now : state.refrigerator[name])));
+  }
+  return kColumns.map((_, place) => rows.map((row) => row[place]));
+}
+
+/** The mean over time: samples and steps last for different times. */
+function mean(at, power) {
+  let [wattSec, sec] = [0, 0];
+  for (let place = 0; place + 1 < at.length; place++) {
+    if (power[place] === null) continue;
+    wattSec += power[place] * (at[place + 1] - at[place]);
+    sec += at[place + 1] - at[place];
+  }
+  return sec > 0 ? wattSec / sec : power.at(-1);
 }
 
 function summary(at, power, range) {
   const known = power.filter((value) => value !== null);
   if (known.length === 0) return `Nothing is known of the last ${range} yet.`;
-  const mean = known.reduce((sum, value) => sum + value, 0) / known.length;
-  return `Last ${range}: ${watt(mean)} on average, ${watt(Math.max(...known))} at most`;
+  return `Last ${range}: ${watt(mean(at, power))} on average, ${watt(Math.max(...known))} at most`;
 }
 
 export function powerView(store, setRange) {
