@@ -13,11 +13,12 @@ export class Refusal extends Error {
 const coapCode = (code) => `${Math.floor(code / 100)}.${String(code % 100).padStart(2, "0")}`;
 
 function refusalOf(status, body) {
-  let message = body?.error ?? `The appliance answered with status ${status} and gave no reason.`;
+  let message = body?.error ?? `the appliance answered with status ${status} and gave no reason.`;
   const service = body?.service;
   if (service?.code) {
     message += ` (service: ${coapCode(service.code)}${service.error ? `, error ${service.error}` : ""})`;
   }
+  message = message.charAt(0).toUpperCase() + message.slice(1);
   return new Refusal(message, status, body?.field);
 }
 

@@ -158,7 +158,7 @@ describe("orders", () => {
     const page = await open(browser, stub.url);
     await page.fill("#order-start", "half past six");
     await page.click("#order-send");
-    await seeText(page, "#order-answer", /start "half past six" is not a time of day/);
+    await seeText(page, "#order-answer", /Start "half past six" is not a time of day/);
     assert.equal(await page.locator("#order-start").getAttribute("aria-invalid"), "true");
     assert.equal(await page.locator("#order-duration").getAttribute("aria-invalid"), null);
   });

@@ -5,7 +5,9 @@ import { byId, setAttribute, setText } from "../dom.js";
 import { celsius, watt } from "../format.js";
 import { axes, createPlot, shade, themeColour, withAlpha } from "../plot.js";
 
-export const kRangeSec = { hour: 3600, day: 86400, month: 31 * 86400 };
+const kRangeSec = { hour: 3600, day: 86400, month: 31 * 86400 };
+/** A new appliance's curves begin with what is known, but are never drawn out longer than this. */
+const kShortestSec = { hour: 300, day: 3600, month: 86400 };
 
 const kColumns = ["at", "powerWatt", "fridgeCelsius", "freezerCelsius", "ambientCelsius"];
 
@@ -126,8 +128,11 @@ export function powerView(store, setRange) {
     lastDrawn = current;
     drawn = columns(model);
     const [at, power, fridge, freezer, room] = drawn;
-    drawPower([at, power], model.now - kRangeSec[range], model.now, model.clock);
-    drawTemperatures([at, fridge, freezer, room], model.now - kRangeSec[range], model.now, model.clock);
+    const whole = model.now - kRangeSec[range];
+    const firstKnown = at[power.findIndex((value) => value !== null)] ?? whole;
+    const from = Math.max(whole, Math.min(firstKnown, model.now - kShortestSec[range]));
+    drawPower([at, power], from, model.now, model.clock);
+    drawTemperatures([at, fridge, freezer, room], from, model.now, model.clock);
     const text = summary(at, power, range);
     setAttribute(byId("power-plot"), "aria-label", `Power over the last ${range}. ${text}`);
     setAttribute(byId("temperature-plot"), "aria-label",

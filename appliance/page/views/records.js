@@ -12,7 +12,7 @@ function overrideText(overrides, clock) {
 }
 
 function row(record, clock) {
-  const start = record.commandedAt ?? record.startAt;
+  const start = Math.max(record.startAt, record.orderedAt ?? record.storedAt);
   const end = record.endedAt ?? record.plannedEndAt;
   const ending = record.open ? "still open" : (endings[record.endedBy] ?? "ended");
   const cell = (label, text, hint = null, numeric = false) =>

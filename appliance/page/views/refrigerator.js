@@ -54,7 +54,10 @@ export function refrigeratorView(store, api) {
       setText(byId(`door-${compartment}`), `${open ? "Close" : "Open"} the ${compartment}`);
     }
     const level = demandResponse.confirmed?.level ?? null;
-    setText(byId("draw-level"), level === 0 || level === null ? "" : `L${level}`);
+    const isReduced = level !== null && level > 0;
+    setText(byId("draw-level"), isReduced ? `L${level}` : "");
+    if (isReduced) setData(drawing, "level", level);
+    else delete drawing.dataset.level;
     setText(byId("draw-fridge"), celsius(refrigerator.fridgeCelsius));
     setText(byId("draw-freezer"), celsius(refrigerator.freezerCelsius));
     setText(byId("draw-fridge-set"), `set ${celsius(refrigerator.fridgeSetCelsius)}`);

@@ -16,8 +16,7 @@ function line({ at, source, direction, text, value }, clock) {
     h("td", { className: "trace-time", title: clock.date(at) }, clock.time(at)),
     h("td", { className: "trace-source" }, h("span", { "aria-hidden": "true" }, `${arrows[direction] ?? ""} `), sources[source] ?? source,
       h("span", { className: "unseen" }, direction === "in" ? ", in" : ", out")),
-    h("td", { className: "trace-text" }, text),
-    h("td", { className: "numeric" }, value === null || value === undefined ? "" : String(value)));
+    h("td", { className: "trace-text" }, value === null || value === undefined ? text : `${text} ${value}`));
 }
 
 export function traceView(store, api) {
