@@ -8,7 +8,8 @@ namespace corvane::appliance {
 
 namespace {
 
-constexpr double kCentury = 3e9; // seconds
+constexpr double kCentury = 3e9;                 // seconds
+constexpr TimeMs kFarAway = 100'000'000'000'000; // the year 5138, and as far before 1970
 
 /*
  * Every field with its name and the range that makes sense. Writing and reading both walk this
@@ -17,7 +18,7 @@ constexpr double kCentury = 3e9; // seconds
 template <typename Memory, typename Visit>
 void eachField(Memory &memory, Visit visit) {
     auto &r = memory.refrigerator;
-    visit("at", r.at, INT64_MIN, INT64_MAX);
+    visit("at", r.at, -kFarAway, kFarAway);
     visit("fridgeAirCelsius", r.temperatures.fridgeAir, -60.0, 90.0);
     visit("fridgeFoodCelsius", r.temperatures.fridgeFood, -60.0, 90.0);
     visit("freezerAirCelsius", r.temperatures.freezerAir, -60.0, 90.0);
@@ -44,7 +45,7 @@ void eachField(Memory &memory, Visit visit) {
     visit("override", r.override, false, true);
     visit("defrostHold", r.defrostHold, false, true);
     visit("held", r.held, false, true);
-    visit("heldSince", r.heldSince, INT64_MIN, INT64_MAX);
+    visit("heldSince", r.heldSince, -kFarAway, kFarAway);
     visit("foodLimitActive", r.foodLimitActive, false, true);
     visit("levelSec", r.levelSec, 0.0, kCentury);
     visit("returnFrom", r.returnFrom, 0, kHighestLevel);
@@ -57,8 +58,8 @@ void eachField(Memory &memory, Visit visit) {
     visit("freezerHandOpen", r.freezerHandOpen, false, true);
 
     auto &m = memory.micom;
-    visit("micomAt", m.at, INT64_MIN, INT64_MAX);
-    visit("micomNextPublicationAt", m.nextPublicationAt, INT64_MIN, INT64_MAX);
+    visit("micomAt", m.at, -kFarAway, kFarAway);
+    visit("micomNextPublicationAt", m.nextPublicationAt, -kFarAway, kFarAway);
     visit("micomReportedLevel", m.reportedLevel, 0, kHighestLevel);
     visit("micomReportedOverride", m.reportedOverride, 0, 1);
     visit("micomPublishedCounts", m.publishedCounts, std::int64_t{0}, INT64_MAX);

@@ -23,7 +23,9 @@ inline constexpr TimeMs kLongestGapMs = 31 * kMsPerDay;
 
 /* Whether a clock that shows `now` after `before` was set rather than has run. */
 inline bool clockWasSet(TimeMs before, TimeMs now) {
-    return now < before || now - before > kLongestGapMs;
+    // Without signs a step back is a very long one, and no two times are too far apart.
+    return static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(before) >
+           static_cast<std::uint64_t>(kLongestGapMs);
 }
 
 } // namespace corvane::appliance

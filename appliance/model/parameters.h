@@ -30,7 +30,7 @@ struct Parameters {
     double fridgeLoadWattPerKelvin = 6;        // typical: 1 m2 of packages at 6 W/m2K
     double freezerLoadWattPerKelvin = 5;       // typical: 0.8 m2 of packages at 6 W/m2K
     double fridgeDoorWattPerKelvin = 30;       // typical: 8 kJ for 15 s, moisture included
-    double freezerDoorWattPerKelvin = 14;      // typical: 6 kJ for 12 s; drawers hold the air
+    double freezerDoorWattPerKelvin = 14;      // typical: 7 kJ for 12 s; drawers hold the air
     double warmGoodsTimeSec = 5'400;           // tuned: how slowly shopping gives off its heat
 
     // The kitchen.
@@ -40,7 +40,7 @@ struct Parameters {
     double ambientDayToDayKelvin = 0.7; // typical: a day's mean differs by up to this
 
     // Evaporator and air ducts.
-    double evaporatorJoulePerKelvin = 4'000; // typical: 2.5 kg of aluminium, refrigerant, frost
+    double evaporatorJoulePerKelvin = 4'000; // typical: 2.5 kg of aluminium, frost
     double freezerFanWattPerKelvin = 11;     // typical: forced air over the evaporator
     double fridgeFanWattPerKelvin = 3.0;     // tuned: what the damper lets through
     double freezerStillWattPerKelvin = 0.9;  // tuned: evaporator to freezer with the fan off
@@ -75,7 +75,7 @@ struct Parameters {
     double displayLitWatt = 3.8;       // typical: panel lit
     double displayLitSec = 60;         // rule: after a door or a button
     int iceBinBatches = 6;             // typical: what the bin holds
-    double iceBatchJoule = 36'000;     // physics: 90 g from 20 C to ice at -10 C
+    double iceBatchJoule = 36'000;     // physics: 82 g from 20 C to ice at -10 C
     double iceFreezeSec = 4'800;       // typical
     double iceHarvestWatt = 120;       // typical: heater that frees the ice
     double iceHarvestSec = 120;        // typical
@@ -106,13 +106,11 @@ struct Parameters {
     double freezerFoodHighestCelsius = -15;
     double fridgeFoodGuardCelsius = 4.5; // rule: above this a level is set aside
     double freezerFoodGuardCelsius = -15.6;
-    double foodGuardBandKelvin = 0.4;   // rule: until food is this much below
-    double returnDelayLongestSec = 900; // rule: drawn between 0 and this, at most half the event
-    double returnRampLongestSec =
-        3'600; // rule: normal operation comes back over this, or the event's length
-    double returnExtrasLongestSec =
-        9'000; // rule: defrost and ice maker come back over this, or the event's length
-    double returnCapacityLimit = 0.55; // rule: where the capacity's ramp begins
+    double foodGuardBandKelvin = 0.4;      // rule: until food is this much below
+    double returnDelayLongestSec = 900;    // rule: drawn between 0 and this, at most half the event
+    double returnRampLongestSec = 3'600;   // rule: of the way back to normal; at most the event
+    double returnExtrasLongestSec = 9'000; // rule: until defrost and ice maker; at most the event
+    double returnCapacityLimit = 0.55;     // rule: where the capacity's ramp begins
 };
 
 } // namespace corvane::appliance

@@ -421,7 +421,7 @@ void Refrigerator::controlDefrost(const Wishes &wishes) {
     const bool recovering =
         cabinet_.temperatures().freezerFood > parameters_.defrostWarmestFoodCelsius &&
         defrost_.overdueSec() < parameters_.defrostRecoverySec;
-    defrost_.control(held, mayNotStop || recovering || wishes.capacityLimit <= 0);
+    defrost_.control(held, mayNotStop || recovering);
 }
 
 void Refrigerator::controlCompressor(const Wishes &wishes) {

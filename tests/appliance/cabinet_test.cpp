@@ -60,6 +60,17 @@ TEST(Cabinet, HeatThatComesInIsThatOfTheHeater) {
     EXPECT_NEAR(heatContent(p, cabinet) - before, expected, 1e-3);
 }
 
+TEST(Cabinet, WaterGivesItsHeatToTheFreezer) {
+    Cabinet with = startedCabinet(Parameters());
+    Cabinet without = startedCabinet(Parameters());
+    CabinetInputs inputs;
+    without.pass(10, inputs);
+    inputs.iceHeatWatt = 7.5;
+    with.pass(10, inputs);
+    const double kelvin = with.temperatures().freezerAir - without.temperatures().freezerAir;
+    EXPECT_NEAR(kelvin * Parameters().freezerAirJoulePerKelvin, 75, 1e-6);
+}
+
 TEST(Cabinet, StepsOfTenSecondsComeOutAsThoseOfAHalf) {
     const Parameters p;
     Cabinet coarse = startedCabinet(p);
@@ -98,6 +109,7 @@ TEST(Cabinet, CompressorDrawsMoreForMoreCapacityAndInAWarmerKitchen) {
     EXPECT_EQ(cabinet.compressorWatt(0, 22), 0);
     EXPECT_GT(cabinet.compressorWatt(0.35, 22), 20);
     EXPECT_GT(cabinet.compressorWatt(1, 22), 2.5 * cabinet.compressorWatt(0.35, 22));
+    EXPECT_GT(cabinet.compressorWatt(1, 22), 1.1 / 0.35 * cabinet.compressorWatt(0.35, 22) - 6);
     EXPECT_LT(cabinet.compressorWatt(1, 22), 160);
     EXPECT_GT(cabinet.compressorWatt(0.35, 32), 1.1 * cabinet.compressorWatt(0.35, 22));
 }

@@ -209,6 +209,21 @@ TEST(DefrostInRefrigerator, IsHeldByEveryLevelAndRunsOnceAfterIt) {
     }
 }
 
+TEST(DefrostInRefrigerator, LevelIsSetAsideForACycleThatIsOverdue) {
+    Parameters hot; // hours of the compressor add up
+    hot.ambientMeanCelsius = 32;
+    Refrigerator refrigerator(1, kBegin, hot);
+    refrigerator.setLevel(3, kBegin);
+    while (!refrigerator.defrost().heaterOn()) {
+        refrigerator.advance(refrigerator.at() + kLookMs);
+        ASSERT_LT(refrigerator.at(), afterHours(48));
+    }
+    EXPECT_GE(refrigerator.defrost().overdueSec(), 0);
+    EXPECT_LT(refrigerator.defrost().overdueSec(), 3 * kHourSec); // the freezer got cold by then
+    EXPECT_LE(refrigerator.temperatures().freezerFood, -16.4);
+    EXPECT_TRUE(refrigerator.state().foodLimitActive);
+}
+
 TEST(DefrostInRefrigerator, HoldTellsSinceWhen) {
     Refrigerator refrigerator(1, kBegin);
     EXPECT_FALSE(refrigerator.state().defrost.heldSinceAt);

@@ -81,7 +81,14 @@ TEST(Household, ShopsTwiceAWeekAndTakesIceMostDays) {
     EXPECT_GT(iceDays, 60);
 }
 
-TEST(Household, HasPlansForDaysBefore1970) {
+TEST(Household, WeeksGoOnBefore1970) {
+    int shopping = 0;
+    for (std::int64_t day = -70; day < 0; ++day) {
+        for (const DoorOpening &opening : Household(3).plan(day)) {
+            shopping += opening.goodsJoule > 0 ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(shopping, 2 * 20);
     EXPECT_GT(Household(1).plan(-1).size(), 20U);
     EXPECT_GT(Household(1).plan(-1'000'000'000).size(), 20U);
 }
