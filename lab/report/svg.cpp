@@ -1,0 +1,207 @@
+/*
+ * Scales first, then the two drawings, each from its frame inwards.
+ */
+#include "svg.h"
+
+#include "numbers.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace corvane::lab {
+namespace {
+
+constexpr double kWidth = 960;
+constexpr double kLeft = 58;
+constexpr double kRight = 14;
+constexpr int kShades = 7;
+
+std::string at(double value) { return number(value, 1); }
+
+std::string text(double x, double y, const std::string &style, const std::string &words) {
+    return "<text x=\"" + at(x) + "\" y=\"" + at(y) + "\" class=\"" + style + "\">" +
+           escaped(words) + "</text>";
+}
+
+std::string line(double x1, double y1, double x2, double y2, const std::string &style) {
+    return "<line x1=\"" + at(x1) + "\" y1=\"" + at(y1) + "\" x2=\"" + at(x2) + "\" y2=\"" +
+           at(y2) + "\" class=\"" + style + "\"/>";
+}
+
+std::string opening(double height, const std::string &title) {
+    return "<svg viewBox=\"0 0 " + at(kWidth) + " " + at(height) + "\" role=\"img\" aria-label=\"" +
+           escaped(title) + "\">";
+}
+
+int digitsFor(double step) { return step >= 1 ? 0 : step >= 0.1 ? 1 : 2; }
+
+} // namespace
+
+std::string escaped(const std::string &text) {
+    std::string safe;
+    for (const char character : text) {
+        switch (character) {
+        case '&':
+            safe += "&amp;";
+            break;
+        case '<':
+            safe += "&lt;";
+            break;
+        case '>':
+            safe += "&gt;";
+            break;
+        case '"':
+            safe += "&quot;";
+            break;
+        default:
+            safe += character;
+        }
+    }
+    return safe;
+}
+
+std::vector<double> roundValues(double lowest, double highest, int about) {
+    const double span = std::max(highest - lowest, 1e-9);
+    const double magnitude = std::pow(10, std::floor(std::log10(span / about)));
+    double step = magnitude;
+    for (const double factor : {1.0, 2.0, 5.0, 10.0}) {
+        step = magnitude * factor;
+        if (span / step <= about)
+            break;
+    }
+    std::vector<double> values;
+    for (double value = std::floor(lowest / step) * step; value < highest + step * 0.999;
+         value += step)
+        values.push_back(value);
+    return values;
+}
+
+std::string draw(const LineChart &chart) {
+    double lowest = chart.fromZero ? 0 : 1e9;
+    double highest = chart.fromZero ? 1e-6 : -1e9;
+    std::size_t steps = 1;
+    for (const Series &series : chart.series) {
+        steps = std::max(steps, series.y.size());
+        for (const double value : series.y)
+            if (std::isfinite(value)) {
+                lowest = std::min(lowest, value);
+                highest = std::max(highest, value);
+            }
+    }
+    for (const Limit &limit : chart.limits) {
+        lowest = std::min(lowest, limit.y);
+        highest = std::max(highest, limit.y);
+    }
+    const std::vector<double> levels = roundValues(lowest, highest);
+    const double top = 30;
+    const double bottom = chart.height - 42;
+    const double right = kWidth - kRight;
+    const auto x = [&](double step) {
+        return kLeft + (right - kLeft) * step / static_cast<double>(steps);
+    };
+    const auto y = [&](double value) {
+        return bottom -
+               (bottom - top) * (value - levels.front()) / (levels.back() - levels.front());
+    };
+
+    std::string svg = opening(chart.height, chart.title);
+    for (std::size_t i = 0; i < chart.bands.size(); ++i) {
+        const Band &band = chart.bands[i];
+        svg += "<rect x=\"" + at(x(band.begin)) + "\" y=\"" + at(top) + "\" width=\"" +
+               at(x(band.end) - x(band.begin)) + "\" height=\"" + at(bottom - top) +
+               "\" class=\"band\"/>";
+        if (i == 0 && !chart.bandText.empty())
+            svg +=
+                text((x(band.begin) + x(band.end)) / 2, top + 14, "middle strong", chart.bandText);
+    }
+    const int digits = digitsFor(levels[1] - levels[0]);
+    for (const double level : levels) {
+        svg += line(kLeft, y(level), right, y(level), "grid");
+        svg += text(kLeft - 8, y(level) + 4, "end", number(level, digits));
+    }
+    svg += text(kLeft - 8, top - 14, "end strong", chart.unit);
+    for (const Tick &tick : chart.ticks) {
+        svg += line(x(tick.x), bottom, x(tick.x), bottom + 5, "axis");
+        svg += text(x(tick.x), bottom + 19, "middle", tick.text);
+    }
+    svg += line(kLeft, bottom, right, bottom, "axis");
+    svg += text(right, bottom + 36, "end", chart.xTitle);
+    for (const Limit &limit : chart.limits) {
+        svg += line(kLeft, y(limit.y), right, y(limit.y), "limit");
+        svg += text(right - 4, y(limit.y) - 5, "end limit-text", limit.text);
+    }
+    const double shift = chart.areCentred ? 0.5 : 0;
+    for (const Series &series : chart.series) {
+        std::string path;
+        bool isDown = false;
+        for (std::size_t i = 0; i < series.y.size(); ++i) {
+            if (!std::isfinite(series.y[i])) {
+                isDown = false;
+                continue;
+            }
+            path += (isDown ? "L" : "M") + at(x(static_cast<double>(i) + shift)) + " " +
+                    at(y(series.y[i]));
+            isDown = true;
+        }
+        svg += "<path d=\"" + path + "\" class=\"line " + series.style + "\"/>";
+    }
+    double legend = kLeft;
+    for (const Series &series : chart.series) {
+        svg += line(legend, top - 18, legend + 26, top - 18, "line " + series.style);
+        svg += text(legend + 33, top - 14, "", series.name);
+        legend += 33 + 7.2 * static_cast<double>(series.name.size()) + 26;
+    }
+    return svg + "</svg>";
+}
+
+std::string draw(const HeatMap &map) {
+    constexpr double kTop = 8;
+    constexpr double kRow = 11;
+    constexpr double kBottom = kTop + 24 * kRow;
+    const double width =
+        std::min(26.0, (kWidth - kLeft - kRight) / static_cast<double>(map.columns.size()));
+    double highest = 0;
+    double lowest = 1e9;
+    for (const auto &column : map.columns)
+        for (const double value : column)
+            if (std::isfinite(value)) {
+                highest = std::max(highest, value);
+                lowest = std::min(lowest, value);
+            }
+    // One path for each shade keeps a year of hours small.
+    std::array<std::string, kShades> shades;
+    const double step = std::max(highest - lowest, 1e-9) / kShades;
+    for (std::size_t day = 0; day < map.columns.size(); ++day)
+        for (std::size_t hour = 0; hour < map.columns[day].size(); ++hour) {
+            const double value = map.columns[day][hour];
+            if (!std::isfinite(value))
+                continue;
+            const auto shade = static_cast<std::size_t>(
+                std::clamp(static_cast<int>((value - lowest) / step), 0, kShades - 1));
+            shades.at(shade) += "M" + at(kLeft + static_cast<double>(day) * width) + " " +
+                                at(kTop + static_cast<double>(hour) * kRow) + "h" + at(width) +
+                                "v" + at(kRow) + "h-" + at(width) + "z";
+        }
+    std::string svg = opening(kBottom + 78, map.title);
+    for (std::size_t shade = 0; shade < kShades; ++shade)
+        svg +=
+            "<path d=\"" + shades.at(shade) + "\" class=\"shade" + std::to_string(shade) + "\"/>";
+    for (int hour = 0; hour <= 24; hour += 6)
+        svg += text(kLeft - 8, kTop + hour * kRow + 4, "end",
+                    (hour < 10 ? "0" : "") + std::to_string(hour) + ":00");
+    for (const Tick &tick : map.ticks)
+        svg += text(kLeft + tick.x * width, kBottom + 18, "", tick.text);
+    const double legend = kBottom + 42;
+    for (int shade = 0; shade < kShades; ++shade) {
+        const double x = kLeft + shade * 64;
+        svg += "<rect x=\"" + at(x) + "\" y=\"" + at(legend) +
+               "\" width=\"64.0\" height=\"11.0\" class=\"shade" + std::to_string(shade) + "\"/>";
+        svg += text(x, legend + 25, "", number(lowest + shade * step, 0));
+    }
+    svg += text(kLeft + kShades * 64, legend + 25, "middle", number(highest, 0));
+    svg += text(kLeft + kShades * 64 + 14, legend + 10, "", map.unit);
+    return svg + "</svg>";
+}
+
+} // namespace corvane::lab
