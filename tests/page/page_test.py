@@ -36,6 +36,6 @@ class RealPage(SystemTest):
             text=True, capture_output=True, check=False,
         )
         print(tests.stdout + tests.stderr)
-        self.assertEqual(tests.returncode, 0, "the browser's tests; see above")
         self.assert_stops(appliance)
         self.assert_stops(corvane.service)
+        self.assertEqual(tests.returncode, 0, "the browser's tests; see above")

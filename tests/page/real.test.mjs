@@ -100,7 +100,7 @@ describe(`the page at ${size}, ${theme}`, () => {
 
   it("RefusalIsShownWhereItWasAskedAndNothingChanges", async () => {
     await order(1, "99:00:00");
-    await seeText(page, "#order-answer", /duration.*99:00:00/);
+    await seeText(page, "#order-answer", /Duration.*99:00:00/);
     assert.equal(await page.locator("#order-answer").getAttribute("data-kind"), "refused");
     assert.equal(await page.locator("#order-duration").getAttribute("aria-invalid"), "true");
     assert.equal(await page.locator(".answer[data-kind=refused]:not(:empty)").count(), 1);
