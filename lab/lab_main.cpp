@@ -1,6 +1,7 @@
 /*
  * corvane-lab: the laboratory's command line.
  */
+#include "commands.h"
 #include "runs.h"
 
 #include <cstdio>
@@ -15,7 +16,9 @@ using namespace corvane::lab;
 
 constexpr const char *kUsage =
     "usage: corvane-lab explore --seeds N [--from N] [--days D] [--no-weather]\n"
-    "       corvane-lab replay --seed N [--days D] [--trace] [--no-weather]\n";
+    "       corvane-lab replay --seed N [--days D] [--trace] [--no-weather]\n"
+    "       corvane-lab run FILE [--seed N] [--runs N | --appliances N] [--jobs N] [--out DIR]\n"
+    "       corvane-lab compare A B\n";
 
 struct Wish {
     std::string command;
@@ -51,6 +54,8 @@ bool read(int count, char **arguments, Wish &wish) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (const auto status = runScenarioCommand(argc, argv))
+        return *status;
     Wish wish;
     if (!read(argc, argv, wish)) {
         std::fputs(kUsage, stderr);
