@@ -1,76 +1,63 @@
 /*
- * The Micom in small: it applies commands after a while, reports changes, publishes energy.
+ * The models between two lives. A command that waits when the service is killed is heard again in
+ * the next life: the Micom knows nothing of the kill, and applying a command twice changes nothing.
  */
 #include "appliance.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace corvane::lab {
 namespace {
 
-constexpr const char *kCommands[] = {"SET_SMARTGRID_LEVEL_NORMAL",    "SET_SMARTGRID_LEVEL1",
-                                     "SET_SMARTGRID_LEVEL2",          "SET_SMARTGRID_LEVEL3",
-                                     "SET_SMARTGRID_LEVEL4",          "SET_SMARTGRID_OVERRIDE_OFF",
-                                     "SET_SMARTGRID_OVERRIDE_FOREVER"};
-constexpr int kFirstOverride = 5;
+constexpr std::int64_t kLongestWaitMs = 15'000; // of a slow Micom
 
 } // namespace
 
-void Appliance::hear(const std::string &command, std::int64_t nowMs) {
-    const auto *found = std::find(std::begin(kCommands), std::end(kCommands), command);
-    if (found == std::end(kCommands) || faults_.silent || bootedAt_ > nowMs ||
-        waitingCount_ == kMost)
+Appliance::Appliance(std::uint64_t seed, ApplianceMemory &memory, std::int64_t nowMs)
+    : memory_(memory), refrigerator_(seed, nowMs), micom_(refrigerator_, seed, nowMs),
+      board_(refrigerator_), metering_(seed) {
+    if (!memory.isSettled)
         return;
-    if (faults_.dropsCommands) {
-        dropNext_ = !dropNext_;
-        if (!dropNext_)
-            return;
+    refrigerator_.restore(memory.refrigerator);
+    micom_.restore(memory.micom);
+    micom_.setFaults(memory.faults);
+    for (const auto &command : memory.heard) {
+        if (nowMs - command.at < kLongestWaitMs)
+            (void)micom_.hear(command.text, nowMs);
     }
-    const std::int64_t takes = faults_.slow ? draws_.whole(5'000, 15'000) : draws_.whole(100, 800);
-    const std::int64_t before = waitingCount_ > 0 ? waiting_[waitingCount_ - 1].at : 0;
-    waiting_[waitingCount_++] = {std::max(before, nowMs + takes),
-                                 static_cast<int>(found - std::begin(kCommands))};
+}
+
+void Appliance::hear(const std::string &command, std::int64_t nowMs) {
+    std::rotate(std::begin(memory_.heard), std::begin(memory_.heard) + 1, std::end(memory_.heard));
+    auto &last = memory_.heard[ApplianceMemory::kMostCommands - 1];
+    last.at = nowMs;
+    std::snprintf(last.text, sizeof last.text, "%s", command.c_str());
+    (void)micom_.hear(command, nowMs);
 }
 
 void Appliance::advance(std::int64_t nowMs, const Write &write) {
-    while (waitingCount_ > 0 && waiting_[0].at <= nowMs) {
-        const int command = waiting_[0].command;
-        std::copy(waiting_ + 1, waiting_ + waitingCount_, waiting_);
-        --waitingCount_;
-        (command < kFirstOverride ? level_ : override_) =
-            command < kFirstOverride ? command : command - kFirstOverride;
-    }
-    const bool speaks = !faults_.silent && bootedAt_ <= nowMs;
-    const int shown = faults_.wrongEcho ? (level_ + 1) % 5 : level_;
-    if (speaks && shown != reportedLevel_) {
-        reportedLevel_ = shown;
-        write("memory/refrigerator/SmartGridDrLevel", shown);
-    }
-    if (speaks && override_ != reportedOverride_) {
-        reportedOverride_ = override_;
-        write("memory/refrigerator/SmartGridOverrideState", override_);
-    }
-    if (nowMs >= publishAt_) {
-        publishAt_ = nowMs + 60'000;
-        const int counts = draws_.whole(60, 250);
-        if (speaks) {
-            write("memory/refrigerator/SmartGridWatt1", 0);
-            write("memory/refrigerator/SmartGridWatt2", 0);
-            write("memory/refrigerator/SmartGridWatt3", counts >> 8);
-            write("memory/refrigerator/SmartGridWatt4", counts & 255);
-        }
-    }
+    for (const appliance::SettingsWrite &setting : micom_.advance(nowMs))
+        write(setting.key, setting.value);
 }
 
-std::int64_t Appliance::nextAt() const {
-    return waitingCount_ > 0 ? std::min(publishAt_, waiting_[0].at) : publishAt_;
+void Appliance::setFaults(const appliance::MicomFaults &faults) { micom_.setFaults(faults); }
+
+bool Appliance::isFaulty() const {
+    const appliance::MicomFaults &faults = micom_.faults();
+    return faults.silent || faults.slow || faults.dropsCommands || faults.wrongEcho;
 }
 
-void Appliance::restart(std::int64_t nowMs) {
-    waitingCount_ = 0;
-    level_ = 0;
-    override_ = 0;
-    bootedAt_ = nowMs + 3'000;
+bool Appliance::takesFigure(const std::string &url, std::int64_t nowMs) {
+    const std::size_t path = url.find(appliance::MeteringService::kPath);
+    return path != url.npos && metering_.take("POST", url.substr(path), nowMs).status == 204;
+}
+
+void Appliance::keep() {
+    memory_.isSettled = true;
+    memory_.refrigerator = refrigerator_.memory();
+    memory_.micom = micom_.memory();
+    memory_.faults = micom_.faults();
 }
 
 } // namespace corvane::lab

@@ -1,11 +1,15 @@
 /*
  * The appliance around the service, as the settings store sees it: the models of the virtual
- * appliance, driven on the world's own steady time, and what of them goes on in the next life.
+ * appliance, driven on the world's own steady time, and what of them goes on in the next life of
+ * the service.
  */
 #ifndef CORVANE_LAB_APPLIANCE_H
 #define CORVANE_LAB_APPLIANCE_H
 
-#include "draws.h"
+#include "display_board.h"
+#include "metering.h"
+#include "micom.h"
+#include "refrigerator.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,49 +17,52 @@
 
 namespace corvane::lab {
 
-struct MicomFaults {
-    bool silent = false;
-    bool slow = false;
-    bool dropsCommands = false;
-    bool wrongEcho = false;
+/* What outlives a life of the service; plain values. */
+struct ApplianceMemory {
+    bool isSettled = false; // the rest is there
+    appliance::RefrigeratorMemory refrigerator;
+    appliance::MicomMemory micom;
+    appliance::MicomFaults faults;
+    /* The last commands heard, oldest first: some may still be waiting to be applied. */
+    static constexpr int kMostCommands = 8;
+    struct {
+        std::int64_t at = 0;
+        char text[40] = "";
+    } heard[kMostCommands];
 };
 
 class Appliance {
 public:
     using Write = std::function<void(const char *key, int value)>;
 
-    Appliance(std::uint64_t seed, std::int64_t nowMs) : draws_(seed), publishAt_(nowMs + 60'000) {}
+    /* Goes on from the memory, or begins. nowMs: true time since the epoch, here and below. */
+    Appliance(std::uint64_t seed, ApplianceMemory &memory, std::int64_t nowMs);
+    Appliance(const Appliance &) = delete;
+    Appliance &operator=(const Appliance &) = delete;
 
     void hear(const std::string &command, std::int64_t nowMs);
     void advance(std::int64_t nowMs, const Write &write);
-    std::int64_t nextAt() const;
-    void restart(std::int64_t nowMs);
+    std::int64_t nextAt() const { return micom_.nextAt(); }
+    void restart(std::int64_t nowMs) { micom_.restart(nowMs); }
+    void setFaults(const appliance::MicomFaults &faults);
+    bool isFaulty() const;
+    /* Whether the metering service of the device takes what was posted to the URL. */
+    bool takesFigure(const std::string &url, std::int64_t nowMs);
 
-    void setFaults(const MicomFaults &faults) { faults_ = faults; }
-    int reportedLevel() const { return reportedLevel_; }
-    bool isFaulty() const {
-        return faults_.silent || faults_.slow || faults_.dropsCommands || faults_.wrongEcho;
-    }
+    int reportedLevel() const { return micom_.memory().reportedLevel; }
+    /* The display board's own power, in its counts. */
+    int displayReading() const { return board_.reading(); }
+    const appliance::Refrigerator &refrigerator() const { return refrigerator_; }
+
+    /* At the end of a life. */
+    void keep();
 
 private:
-    static constexpr int kMost = 64;
-
-    struct Waiting {
-        std::int64_t at;
-        int command;
-    };
-
-    Draws draws_;
-    MicomFaults faults_;
-    std::int64_t publishAt_;
-    std::int64_t bootedAt_ = 0;
-    Waiting waiting_[kMost] = {};
-    int waitingCount_ = 0;
-    bool dropNext_ = true;
-    int level_ = 0;
-    int override_ = 0;
-    int reportedLevel_ = -1;
-    int reportedOverride_ = 0;
+    ApplianceMemory &memory_;
+    appliance::Refrigerator refrigerator_;
+    appliance::Micom micom_;
+    appliance::DisplayBoard board_;
+    appliance::MeteringService metering_;
 };
 
 } // namespace corvane::lab

@@ -530,14 +530,21 @@ void Judge::readHours() {
         if (hours.count(hour) == 0 && !isDeleted)
             broken("rows of the last six months stay", "the row " + std::string(hour) + " is gone");
     }
+    const bool isEmptiedAsTooOld =
+        std::any_of(hourDeletions_.begin(), hourDeletions_.end(),
+                    [](const auto &condition) { return condition[0] == '<'; });
     hours_ = hours;
     hourDeletions_.clear();
+    const std::string oldest = oldestKey(utcFields(eyes_->utcMs()));
     const bool isRowTooOld = !keptFrom_.empty() && !hours_.empty() && *hours_.begin() < keptFrom_ &&
+                             std::string_view(*hours_.begin()) < oldest &&
                              eyes_->nowMs() - keptFromMs_ > 60'000 && !counterDoubtful_ &&
                              cyclesDue_ == 0 && !eyes_->isMeteringTroubled();
     if (isRowTooOld)
         broken("rows older than six months go", "the row " + std::string(*hours_.begin()) +
                                                     " is older than " + std::string(keptFrom_));
+    if (rows.empty() && isEmptiedAsTooOld && storesDue_ == 0)
+        expected_ = counter_ = 0; // a jump into the same hour of another half-year
     const std::int64_t counter = rows.empty() ? 0 : std::atoll(rows.back()[1].c_str());
     if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&
         (counter < counter_ || counter > expected_) && expected_ <= kCounterWrap)
@@ -722,7 +729,7 @@ void Judge::calm(int micomLevel) {
         broken("the appliance follows the command", "level " + std::to_string(commandedLevel_) +
                                                         " was commanded, it is at " +
                                                         std::to_string(micomLevel));
-    if (!levelDoubtful_ && levelKey_ != micomLevel)
+    if (!levelDoubtful_ && levelKey_.value_or(0) != micomLevel)
         broken("the level key follows the appliance's echo", "it holds " + optionalText(levelKey_) +
                                                                  ", the appliance reports " +
                                                                  std::to_string(micomLevel));

@@ -54,12 +54,13 @@ struct World::InLife {
     std::unique_ptr<fakes::storage::Lock> otherProcess;
     int realOutput = -1;
     bool runs = false; // virtual time runs
+    std::unique_ptr<Appliance> appliance;
 };
 
 World::World(const Setup &setup)
     : setup_(setup), weather_(setup.hasWeather ? drawWeather(setup.seed) : calmWeather(setup.seed)),
       draws_(setup.seed ^ 0x5eedU), remoteDraws_{Draws(draws_.next()), Draws(draws_.next())},
-      disk_(draws_.next()), appliance_(draws_.next(), 0), zone_(weather_.zone) {
+      disk_(draws_.next()), applianceSeed_(draws_.next()), zone_(weather_.zone) {
     endMs_ = static_cast<std::int64_t>(setup.days * static_cast<double>(kDayMs));
     calmMs_ = std::max<std::int64_t>(endMs_ - kCalmLastsMs, endMs_ / 2);
     plan();
@@ -118,12 +119,14 @@ void World::observe(const fakes::Entry &entry) {
     constexpr std::string_view kCommand = "memory/refrigerator/TxMessage=";
     if (entry.kind == fakes::Kind::Setting &&
         entry.text.compare(0, kCommand.size(), kCommand) == 0) {
-        appliance_.hear(entry.text.substr(kCommand.size()), nowMs());
-        nextMs_[kAppliance] = appliance_.nextAt();
+        life_->appliance->hear(entry.text.substr(kCommand.size()), trueMs());
+        planAppliance();
         life_->bodyIsWanted = true;
         life_->bodyWakes.notify_one();
     }
     judge_.see(entry);
+    if (entry.kind == fakes::Kind::Post && !life_->appliance->takesFigure(entry.text, trueMs()))
+        broken("the metering service can read the figure", entry.text);
 }
 
 std::uint64_t World::storeFailures() const {
@@ -143,7 +146,6 @@ bool World::canLookInto(const std::string &file) const {
 
 void World::plan() {
     std::fill(std::begin(nextMs_), std::end(nextMs_), kNever);
-    nextMs_[kAppliance] = appliance_.nextAt();
     nextMs_[kJudgeTick] = 0;
     planNext(kMicomTrouble, weather_.micomHours);
     planNext(kMicomRestarts, weather_.micomRestartHours);
@@ -223,15 +225,18 @@ void World::beginLife() {
     wifi.connected = wifiConnected_;
     fakes::wifi::set(wifi);
     if (!isCalm_ && draws_.chance(weather_.wrongClockShare)) {
-        const std::int64_t trueMs = weather_.startSec * kSecMs + nowMs();
-        const std::int64_t wrong[] = {-trueMs, 1'420'070'400'000 - trueMs,
+        const std::int64_t wrong[] = {-trueMs(), 1'420'070'400'000 - trueMs(),
                                       draws_.whole(-72, 72) * kHourMs};
         clockErrorMs_ = draws_.oneOf(wrong);
         nextMs_[kClockMends] = nowMs() + draws_.whole(0, 300) * kSecMs;
     }
-    fakes::power::set(draws_.whole(0, 500));
 
     life_ = new InLife;
+    life_->appliance = std::make_unique<Appliance>(applianceSeed_, applianceMemory_, trueMs());
+    if (isPowerCut_)
+        life_->appliance->restart(trueMs());
+    isPowerCut_ = false;
+    planAppliance();
     life_->realOutput = dup(STDOUT_FILENO);
     const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
     std::fflush(stdout);
@@ -331,10 +336,10 @@ bool World::endLife() {
     }
     fakes::observe(nullptr);
     keepSettings();
-    if (nextEnd_ == EndOfLife::PowerCut) {
+    isPowerCut_ = nextEnd_ == EndOfLife::PowerCut;
+    if (isPowerCut_)
         disk_.cutPower();
-        appliance_.restart(pastMs_);
-    }
+    life_->appliance->keep();
     // Restarts come at once, after a delay, or when somebody notices.
     const double away[] = {0.2, draws_.between(0.5, 10), draws_.between(10, 3 * 3600)};
     pastMs_ += static_cast<std::int64_t>(draws_.oneOf(away) * 1000);
@@ -373,7 +378,8 @@ void World::act(Actor actor) {
     case kMicomRestarts:
         planNext(kMicomRestarts, weather_.micomRestartHours);
         trace("world  the Micom restarts");
-        return appliance_.restart(nowMs());
+        life_->appliance->restart(trueMs());
+        return planAppliance();
     case kDisplay:
         planNext(kDisplay, weather_.displayHours);
         return fakes::settings::set("db/corvane/dr/micom_override", draws_.whole(0, 1));
@@ -385,7 +391,7 @@ void World::act(Actor actor) {
         return beginCalm();
     case kCalmChecked:
         nextMs_[kCalmChecked] = kNever;
-        return judge_.calm(appliance_.reportedLevel());
+        return judge_.calm(life_->appliance->reportedLevel());
     case kLifeEnds:
     case kRunEnds:
     case kActors:
@@ -393,12 +399,18 @@ void World::act(Actor actor) {
     }
 }
 
+void World::planAppliance() {
+    nextMs_[kAppliance] =
+        std::max(nowMs(), life_->appliance->nextAt() - weather_.startSec * kSecMs);
+}
+
 void World::advanceAppliance() {
-    appliance_.advance(nowMs(), [this](const char *key, int value) {
+    life_->appliance->advance(trueMs(), [this](const char *key, int value) {
         judge_.micomWrites(key, value);
         fakes::settings::set(key, value);
     });
-    nextMs_[kAppliance] = appliance_.nextAt();
+    fakes::power::set(life_->appliance->displayReading());
+    planAppliance();
 }
 
 void World::changeClock() {
@@ -427,15 +439,15 @@ void World::changeZone() {
 }
 
 void World::troubleMicom() {
-    if (appliance_.isFaulty()) {
-        appliance_.setFaults({});
+    if (life_->appliance->isFaulty()) {
+        life_->appliance->setFaults({});
         trace("world  the Micom is well again");
         return planNext(kMicomTrouble, weather_.micomHours);
     }
-    MicomFaults faults;
+    appliance::MicomFaults faults;
     bool *const kinds[] = {&faults.silent, &faults.slow, &faults.dropsCommands, &faults.wrongEcho};
     *draws_.oneOf(kinds) = true;
-    appliance_.setFaults(faults);
+    life_->appliance->setFaults(faults);
     trace(std::string("world  the Micom ") + (faults.silent          ? "is silent"
                                               : faults.slow          ? "is slow"
                                               : faults.dropsCommands ? "drops commands"
@@ -488,7 +500,7 @@ void World::beginCalm() {
     for (const Actor actor : {kClockJumps, kZoneChanges, kMicomTrouble, kMicomRestarts, kDisplay,
                               kDatabaseTrouble, kMeteringTrouble, kLifeEnds})
         nextMs_[actor] = kNever;
-    appliance_.setFaults({});
+    life_->appliance->setFaults({});
     life_->otherProcess.reset();
     fakes::storage::heal();
     fakes::metering::hangTransfers(0);

@@ -78,6 +78,7 @@ private:
     // Eyes
     std::int64_t nowMs() const override;
     std::int64_t utcMs() const override;
+    std::int64_t trueMs() const { return weather_.startSec * 1000 + nowMs(); }
     std::uint64_t storeFailures() const override;
     bool isStoreTroubled() const override;
     bool isMeteringTroubled() const override { return meteringTroubledUntilMs_ > nowMs(); }
@@ -92,6 +93,7 @@ private:
     void waitUntil(std::int64_t timeMs);
     void observe(const fakes::Entry &entry);
     void trace(const std::string &line);
+    void planAppliance();
     void advanceAppliance();
     void changeClock();
     void changeZone();
@@ -117,7 +119,8 @@ private:
     Draws draws_;
     Draws remoteDraws_[2];
     Disk disk_;
-    Appliance appliance_;
+    ApplianceMemory applianceMemory_;
+    std::uint64_t applianceSeed_;
     Judge judge_;
     std::pmr::map<std::pmr::string, std::variant<int, std::pmr::string>> settings_;
     const char *zone_;
@@ -128,6 +131,7 @@ private:
     std::int64_t calmMs_ = 0;
     bool isCalm_ = false;
     bool wifiConnected_ = true;
+    bool isPowerCut_ = false; // the last life ended with one
     std::int64_t storeTroubledUntilMs_ = 0;
     std::int64_t meteringTroubledUntilMs_ = 0;
     EndOfLife nextEnd_ = EndOfLife::Terminate;
