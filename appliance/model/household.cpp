@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <utility>
 
 #include "random.h"
@@ -16,12 +17,10 @@ constexpr TimeMs kHourMs = 3600 * kMsPerSec;
 constexpr std::array<int, 24> kHourWeights = {1, 0, 0, 0, 0, 1, 5,  9,  8, 4, 3, 5,
                                               9, 7, 3, 3, 4, 7, 11, 10, 6, 4, 3, 2};
 
+constexpr int kAllWeights = std::accumulate(kHourWeights.begin(), kHourWeights.end(), 0);
+
 TimeMs someTime(Random &random) {
-    int total = 0;
-    for (const int weight : kHourWeights) {
-        total += weight;
-    }
-    int place = random.whole(0, total - 1);
+    int place = random.whole(0, kAllWeights - 1);
     int hour = 0;
     while (place >= kHourWeights.at(static_cast<std::size_t>(hour))) {
         place -= kHourWeights.at(static_cast<std::size_t>(hour++));

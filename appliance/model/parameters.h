@@ -90,21 +90,21 @@ struct Parameters {
     double defrostIntervalShortestSec = 10 * 3600; // typical: with many door openings
     double defrostDoorSec = 900;                   // tuned: door-open time that means most frost
     double defrostLimitSec = 20 * 3600;       // rule: compressor time after which no hold counts
-    double defrostWarmestFoodCelsius = -16.5; // rule: a warmer freezer recovers first
+    double defrostWarmestFoodCelsius = -17.0; // rule: a warmer freezer recovers first
     double defrostRecoverySec = 4 * 3600;     // rule: but not for longer, past the limit
 
     // Demand response.
     std::array<LevelParameters, 5> levels = {{
         {0, 0, 1},        // normal
         {0, 0, 1},        // delay: only defrost, ice maker and anti-sweat heater are held
-        {0.5, 1.2, 0.6},  // moderate
-        {1.0, 1.8, 0.35}, // strong
-        {1.0, 1.8, 0},    // off
+        {0.4, 1.2, 0.6},  // moderate
+        {0.8, 1.8, 0.35}, // strong
+        {0.8, 1.8, 0},    // off
     }};
     double strongShedSec = 900; // rule: so long levels 3 and 4 begin with the compressor off
     double fridgeFoodHighestCelsius = 5; // rule: what food may reach on average
     double freezerFoodHighestCelsius = -15;
-    double fridgeFoodGuardCelsius = 4.5; // rule: above this a level is set aside
+    double fridgeFoodGuardCelsius = 4.4; // rule: above this a level is set aside
     double freezerFoodGuardCelsius = -15.6;
     double foodGuardBandKelvin = 0.4;      // rule: until food is this much below
     double returnDelayLongestSec = 900;    // rule: drawn between 0 and this, at most half the event

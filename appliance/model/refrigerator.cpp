@@ -256,7 +256,6 @@ void Refrigerator::setLevel(int level, TimeMs now) {
     const int ended = effectiveLevel();
     memory_.level = level;
     memory_.returnFrom = 0;
-    memory_.extrasWaitSec = 0;
     if (level == 0) {
         if (ended > 0) {
             // Each appliance of a fleet draws its own delay, or all would start at once. What a
@@ -314,7 +313,6 @@ void Refrigerator::restartControl(TimeMs now) {
     memory_.defrostHold = false;
     memory_.returnFrom = 0;
     memory_.extrasWaitSec = 0;
-    memory_.foodLimitActive = false;
     memory_.freezerCalls = false;
     memory_.fridgeCalls = false;
     memory_.compressorOn = false;

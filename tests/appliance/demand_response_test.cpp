@@ -54,6 +54,12 @@ void forManyEvents(int level, double hours, Check check) {
     }
 }
 
+/* The fridge's set-point under a level. */
+double fridgeSetCelsius(std::size_t level) {
+    const Parameters p;
+    return p.fridgeSetCelsius + p.levels.at(level).fridgeWarmerKelvin;
+}
+
 // --- Goals
 
 TEST(DemandResponseGoal, DelaySavesAtLeast13PercentOfTheEnergyOver4Hours) {
@@ -171,6 +177,16 @@ TEST(DemandResponseLevel, OffLeavesOnlyTheElectronicsUntilFoodIsNearItsLimit) {
     }
 }
 
+TEST(DemandResponseLevel, FoodPastItsLimitIsCooledWithAllThereIs) {
+    Refrigerator refrigerator(1, kBegin);
+    refrigerator.setLevel(4, afterHours(1));
+    refrigerator.setDoor(Compartment::Freezer, true, afterHours(1));
+    while (refrigerator.temperatures().freezerFood < -14.9) {
+        refrigerator.advance(refrigerator.at() + kLookMs);
+    }
+    EXPECT_GT(refrigerator.compressorCapacity(), 0.9);
+}
+
 TEST(DemandResponseLevel, FoodStaysWithinItsLimitsUnderADayOfAnyLevel) {
     for (int level = 1; level <= kHighestLevel; ++level) {
         for (const double ambient : {22.0, 32.0}) {
@@ -239,7 +255,7 @@ TEST(DemandResponseOverride, WhenItEndsTheLevelIsInForceAgain) {
     refrigerator.setOverride(true, afterHours(31));
     refrigerator.setOverride(false, afterHours(32));
     EXPECT_EQ(refrigerator.mode(), Mode::Strong);
-    EXPECT_NEAR(refrigerator.state().fridgeSetCelsius, 4.2, 1e-9);
+    EXPECT_NEAR(refrigerator.state().fridgeSetCelsius, fridgeSetCelsius(3), 1e-9);
 }
 
 TEST(DemandResponseOverride, LevelThatEndsUnderItNeedsNoReturn) {
@@ -369,7 +385,7 @@ TEST(DemandResponseReturn, IsARampToNormal) {
     refrigerator.setLevel(3, afterHours(30));
     refrigerator.setLevel(0, afterHours(34));
     EXPECT_EQ(refrigerator.mode(), Mode::Returning);
-    EXPECT_NEAR(refrigerator.state().fridgeSetCelsius, 4.2, 1e-9);
+    EXPECT_NEAR(refrigerator.state().fridgeSetCelsius, fridgeSetCelsius(3), 1e-9);
     double last = refrigerator.state().fridgeSetCelsius;
     double steepest = 0;
     while (refrigerator.mode() == Mode::Returning) {
@@ -415,7 +431,7 @@ TEST(DemandResponseReturn, NextEventEndsIt) {
     refrigerator.setLevel(0, afterHours(34));
     refrigerator.setLevel(2, afterHours(34) + 60'000);
     EXPECT_EQ(refrigerator.mode(), Mode::Moderate);
-    EXPECT_NEAR(refrigerator.state().fridgeSetCelsius, 3.7, 1e-9);
+    EXPECT_NEAR(refrigerator.state().fridgeSetCelsius, fridgeSetCelsius(2), 1e-9);
 }
 
 TEST(DemandResponseMode, HasTheNamesOfThePage) {

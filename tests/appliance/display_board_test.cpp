@@ -58,6 +58,7 @@ TEST_F(DisplayBoardTest, LongGapGivesOneReading) {
 TEST_F(DisplayBoardTest, ClockSetBackStopsNothing) {
     EXPECT_TRUE(board.advance(afterHours(5)));
     EXPECT_TRUE(board.advance(afterHours(1)));
+    EXPECT_FALSE(board.advance(afterHours(1) + 500));
     EXPECT_TRUE(board.advance(afterHours(1) + 1000));
 }
 

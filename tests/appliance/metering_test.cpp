@@ -86,7 +86,8 @@ TEST_F(MeteringTest, RefusesAWrongDurationWithTheReason) {
 }
 
 TEST_F(MeteringTest, QuotesNoMoreThanALineOfWhatCame) {
-    expectRefused("cumulativepower=" + std::string(5000, '9'), "\"9999999999");
+    expectRefused("cumulativepower=" + std::string(5000, '9'),
+                  "\"" + std::string(40, '9') + "…\", expected");
     expectRefused("cumulativepower=a\"\r\n\x01\xff", "\"a?????\"");
 }
 
