@@ -67,6 +67,10 @@ std::optional<int> intMember(const nlohmann::json &body, const char *name) {
     return found->is_boolean() ? static_cast<int>(found->get<bool>()) : found->get<int>();
 }
 
+std::string textOf(const nlohmann::ordered_json &json) {
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 std::string membersText(const nlohmann::json &body) {
     std::string text;
     for (const auto &[name, value] : body.items())
@@ -351,8 +355,10 @@ void Appliance::servicePresents(const std::string &resource, const nlohmann::jso
     if (resource == "SendDefrostBlockNotify")
         block_ = intMember(body, "block");
     if (resource == "SendDRLCNotify")
-        if (const auto level = intMember(body, "level"))
+        if (const auto level = intMember(body, "level")) {
             reported_ = Level{*level, nowMs_};
+            trace("remote", "in", resource + membersText(body));
+        }
     isChanged_ = true;
 }
 
@@ -536,6 +542,8 @@ void Appliance::publishIfDue() {
     const std::lock_guard<std::mutex> lock(snapshotMutex_);
     snapshot_ = std::move(snapshot);
 }
+
+std::string Appliance::stateText() const { return textOf(compose()); }
 
 std::shared_ptr<const Snapshot> Appliance::snapshot() const {
     const std::lock_guard<std::mutex> lock(snapshotMutex_);

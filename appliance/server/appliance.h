@@ -73,6 +73,8 @@ public:
     std::shared_ptr<const Snapshot> snapshot() const;
 
     // ---- on the engine's thread: what the mailbox's closures call ----
+    /* The state of this moment, with everything that was handed to the mailbox before. */
+    std::string stateText() const;
     void serviceLink(bool reachable, const std::string &reason);
     /* A notification's present value, and a new one. */
     void servicePresents(const std::string &resource, const nlohmann::json &body);

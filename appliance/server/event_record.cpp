@@ -186,11 +186,17 @@ EventLedger::EventLedger(std::int64_t nextId, std::optional<EventRecord> open)
     : nextId_(nextId), open_(std::move(open)) {}
 
 void EventLedger::ordered(int level, TimeMs atMs) {
-    pending_ = Order{level, atMs, "page"};
-    lastOrder_ = pending_;
+    lastOrder_ = Order{level, atMs, "page"};
+    if (level == 0)
+        isCancelled_ = true;
+    else
+        pending_ = lastOrder_;
 }
 
-void EventLedger::refused() { pending_.reset(); }
+void EventLedger::refused() {
+    pending_.reset();
+    isCancelled_ = false;
+}
 
 void EventLedger::stored(const std::optional<PlannedEvent> &event, TimeMs atMs) {
     const bool isFirst = !adopted_;
@@ -200,6 +206,8 @@ void EventLedger::stored(const std::optional<PlannedEvent> &event, TimeMs atMs) 
     if (open_) {
         if (isFirst)
             end(atMs, "restart"); // it ended while the appliance was not there to see
+        else if (isCancelled_)
+            end(atMs, "cancel");
         else if (event)
             end(atMs, "replaced");
         else if (atMs >= open_->plan.endMs)
@@ -226,14 +234,15 @@ void EventLedger::begin(const PlannedEvent &event, TimeMs atMs) {
         lastOrder_ = Order{event.level, atMs, "remote"};
     }
     pending_.reset();
+    isCancelled_ = false;
     open_ = record;
     changed(record);
 }
 
 void EventLedger::end(TimeMs atMs, const std::string &by) {
-    if (by == "cancel" && !(pending_ && pending_->level == 0))
+    if (by == "cancel" && !isCancelled_)
         lastOrder_ = Order{0, atMs, "remote"};
-    pending_.reset();
+    isCancelled_ = false;
     EventRecord record = *open_;
     open_.reset();
     record.endedAtMs = atMs;

@@ -159,6 +159,7 @@ private:
     };
     std::vector<Settling> settling_;
     std::optional<Order> pending_; // sent from here, not yet seen in the table
+    bool isCancelled_ = false;     // a cancel was sent from here since the event was stored
     std::optional<Order> lastOrder_;
     std::optional<TimeMs> micomRestartMs_;
     std::vector<EventRecord> changed_;

@@ -295,7 +295,10 @@ ApiAnswer HttpApi::openApi(const ApiRequest &) const {
 
 // ---- reads --------------------------------------------------------------------------------------
 
-ApiAnswer HttpApi::state(const ApiRequest &) const { return {.body = appliance_.snapshot()->text}; }
+/* Whoever has changed something sees it here at once. */
+ApiAnswer HttpApi::state(const ApiRequest &) const {
+    return {.body = appliance_.mailbox().call([this] { return appliance_.stateText(); })};
+}
 
 ApiAnswer HttpApi::stream(const ApiRequest &) const {
     return error(503, "there are too many open streams; close a page");

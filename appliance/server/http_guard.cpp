@@ -130,8 +130,7 @@ HttpGuard::Verdict HttpGuard::judge(const Asker &asker) const {
         return {403,
                 "Host: this is not " + platform::inQuotes(asker.host) + ", use " + place_.text()};
     if (authorization_ && !sameSecret(asker.authorization, *authorization_))
-        return {401, std::string("a password is needed: user ") + kUser +
-                         " and the line of the password file"};
+        return {401, "a password is needed: user corvane and the line of the password file"};
     if (!asker.changesState)
         return {};
     if (!asker.origin.empty() && asker.origin != "http://" + asker.host &&

@@ -67,6 +67,8 @@ std::optional<std::string> readBody(const httplib::Request &request,
                                     const httplib::ContentReader &read) {
     if (request.is_multipart_form_data())
         return std::nullopt; // the library would take it apart
+    if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
+        return ""; // the library would read until the connection is closed
     std::string body;
     const bool isWhole = read([&body](const char *data, std::size_t size) {
         if (body.size() + size > HttpServer::kMaxBody)

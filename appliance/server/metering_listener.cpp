@@ -37,8 +37,9 @@ MeteringListener::MeteringListener(Appliance &appliance, int port, int speed)
     };
     const auto takeWithBody = [take](const httplib::Request &request, httplib::Response &response,
                                      const httplib::ContentReader &read) {
-        // The figure is in the target; a body has no meaning and is passed over.
-        if (!request.is_multipart_form_data())
+        // The figure is in the target; a body means nothing. The service's post has neither body
+        // nor length, and the library would read it until the connection is closed.
+        if (request.has_header("Content-Length") && !request.is_multipart_form_data())
             (void)read([](const char *, std::size_t) { return true; });
         take(request, response);
     };

@@ -92,7 +92,7 @@ std::string metricsText(const nlohmann::ordered_json &state, std::size_t openStr
     addHead(text, "corvane_streams_open", "gauge", "Open event streams.");
     text += "corvane_streams_open " + std::to_string(openStreams) + "\n";
     addHead(text, "corvane_history_failing", "gauge", "Whether the history cannot be written.");
-    text += std::string("corvane_history_failing ") + (historyFails ? "1\n" : "0\n");
+    text += historyFails ? "corvane_history_failing 1\n" : "corvane_history_failing 0\n";
     return text;
 }
 

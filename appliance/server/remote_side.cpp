@@ -147,7 +147,8 @@ void RemoteSide::take(const std::string &resource, const Reply &reply) {
     for (const client::Notification &notification : news.fresh)
         listener_.notified(resource, notification.body);
     if (present_.emplace(resource, true).second) {
-        listener_.present(resource, body);
+        if (news.fresh.empty())
+            listener_.present(resource, body);
         if (present_.size() == kResources.size())
             listener_.link(true, "");
     }

@@ -37,7 +37,8 @@ public:
     /* Called from this object's threads, with no lock held. */
     struct Listener {
         std::function<void(bool reachable, const std::string &reason)> link;
-        /* The present value of a resource, at the start and after each loss of the link. */
+        /* The present value of a resource, at the start and after each loss of the link, unless
+         * that is one to be told as new. */
         std::function<void(const std::string &resource, const nlohmann::json &body)> present;
         /* Each notification once. */
         std::function<void(const std::string &resource, const nlohmann::json &body)> notified;

@@ -5,7 +5,7 @@ import signal
 import time
 
 from harness import (
-    COMMANDS, LEVEL, LEVEL_ECHO, NORMAL, OVERRIDE_ECHO, Instance, ServiceTest, SystemTest, wait_for,
+    COMMANDS, LEVEL, LEVEL_ECHO, OVERRIDE_ECHO, Instance, ServiceTest, SystemTest, wait_for,
 )
 
 
@@ -174,42 +174,3 @@ class ClientAlone(SystemTest):
             done = self.corvane.ctl(*arguments)
             self.assertEqual((done.status, done.errors), (0, ""))
             self.assertTrue(done.output)
-
-
-class StandIn(SystemTest):
-    """The service with the small appliance that echoes its commands."""
-
-    @classmethod
-    def setUpClass(cls):
-        cls.corvane = Instance()
-        cls.appliance = cls.corvane.start_program("corvane-standin")
-        cls.appliance.wait_for_output("ready")
-        cls.corvane.start_service()
-        cls.corvane.wait_until_launched()
-        cls.corvane.service.wait_for_output("DR] Info that is changed Level send KestD : 0")
-
-    @classmethod
-    def tearDownClass(cls):
-        assert cls.corvane.service.stop() == 0
-        assert cls.appliance.stop() == 0
-        assert "stopped" in cls.appliance.output
-
-    def test_EventIsHeardConfirmedAndEnded(self):
-        with self.corvane.observe("SendDRLCNotify") as levels:
-            self.corvane.order("ControlDRLC", level=1, duration="00:00:08")
-            self.appliance.wait_for_output("heard    SET_SMARTGRID_LEVEL1")
-            self.appliance.wait_for_output("applied  level 1")
-            self.assertEqual(levels.wait(lambda value: value["level"] == 1)["level"], 1)
-            self.corvane.wait_for_value(LEVEL, 1)
-            self.assertEqual(levels.wait(lambda value: value["level"] == 0)["level"], 0)
-        self.corvane.wait_for_command(NORMAL, 1)
-        wait_for("the event is gone", lambda: self.corvane.event() is None)
-
-    def test_OverrideIsConfirmed(self):
-        self.corvane.order("ControlOverride", override=1)
-        self.appliance.wait_for_output("applied  override 1")
-        wait_for("the override holds",
-                 lambda: self.corvane.get("GetDRLCOverride")["override"] == 1)
-
-    def test_EnergyIsReported(self):
-        self.corvane.service.wait_for_output("REPORT] Micom energy Wh: 25")
