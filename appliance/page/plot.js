@@ -30,6 +30,7 @@ function timeLabels(plot, splits, axis, space, stepSec) {
     const isNewDay = lastDay !== null && day !== lastDay;
     lastDay = day;
     const time = `${pad(date.getHours())}:${pad(date.getMinutes())}`;
+    if (stepSec < 60) return `${time}:${pad(date.getSeconds())}`;
     return isNewDay && time === "00:00" ? day : time;
   });
 }
@@ -38,7 +39,7 @@ export function axes(unit, isLast = true) {
   const text = themeColour("muted");
   const grid = { stroke: themeColour("line"), width: 1 };
   return [
-    { stroke: text, font: kFont, grid, ticks: { show: false }, size: isLast ? 28 : 8, space: 64, values: isLast ? timeLabels : () => [] },
+    { stroke: text, font: kFont, grid, ticks: { show: false }, size: isLast ? 28 : 8, space: 76, values: isLast ? timeLabels : () => [] },
     {
       stroke: text, font: kFont, grid, ticks: { show: false }, size: kAxisWidth, space: 32, gap: 6,
       values: (plot, splits) => {

@@ -15,7 +15,7 @@ let page;
 before(async () => {
   browser = await launch();
   page = await open(browser, url, { size, theme });
-  await seeText(page, "#link-service", /reachable/);
+  await seeText(page, "#link-service", /up$/);
   await seeText(page, "#link-micom", /alive/);
   await seeSteps(page, "Normal");
 });

@@ -85,7 +85,7 @@ describe("connections", () => {
     stub.state((state) => {
       Object.assign(state.service, { reachable: true, reason: null });
     });
-    await seeText(page, "#link-service", /reachable/);
+    await seeText(page, "#link-service", /up$/);
     assert.equal(await page.locator("#banners *").count(), 0);
   });
 

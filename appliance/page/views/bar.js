@@ -31,7 +31,7 @@ export function barView() {
       link("link-service", "idle", "unknown");
       link("link-micom", "idle", "unknown");
     } else {
-      link("link-service", service.reachable ? "normal" : "fault", service.reachable ? "reachable" : "gone", service.reason ?? service.url);
+      link("link-service", service.reachable ? "normal" : "fault", service.reachable ? "up" : "gone", service.reason ?? service.url);
       link("link-micom", micom.alive ? "normal" : "fault", micom.alive ? "alive" : "silent", micom.reason ?? `last report ${span(now - micom.lastReportAt)} ago`);
     }
     setText(byId("clock-date"), clock.date(now));
