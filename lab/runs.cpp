@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 namespace corvane::lab {
 namespace {
 
+constexpr rlim_t kMostProcessorSec = 1'800;
 constexpr int kGoesOn = 0;
 constexpr int kRunIsOver = 1;
 constexpr int kBroken = 3; // the world has kept the reason
@@ -30,6 +32,8 @@ int liveInChild(World &world) {
         throw std::runtime_error("cannot fork");
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const rlimit bound{kMostProcessorSec, kMostProcessorSec}; // a loop in no virtual time
+        setrlimit(RLIMIT_CPU, &bound);
         _exit(world.liveOnce() ? kRunIsOver : kGoesOn);
     }
     int status = 0;

@@ -21,10 +21,7 @@ namespace {
 Disk *theDisk = nullptr; // of this process
 
 constexpr int kSectorBytes = 512;
-
-int useExtraSynchronous(sqlite3 *connection, char **, const sqlite3_api_routines *) {
-    return sqlite3_exec(connection, "PRAGMA synchronous=EXTRA", nullptr, nullptr, nullptr);
-}
+constexpr int kBusyWaitMs = 2'000;
 
 } // namespace
 
@@ -127,6 +124,18 @@ bool Disk::isIdle(const std::string &name) const {
 bool Disk::exists(const std::string &name) const {
     const auto found = files_.find(std::string_view(name));
     return found != files_.end() && found->second.exists;
+}
+
+/* What the Linux platform does on each new connection; see there. */
+int Disk::useExtraSynchronous(sqlite3 *connection, char **, const sqlite3_api_routines *) {
+    sqlite3_busy_timeout(connection, kBusyWaitMs);
+    if (sqlite3_exec(connection, "PRAGMA synchronous=EXTRA", nullptr, nullptr, nullptr) !=
+        SQLITE_OK) {
+        ++theDisk->unsureConnections_;
+        sqlite3_exec(connection, "", nullptr, nullptr, nullptr);
+    }
+    sqlite3_busy_timeout(connection, 0);
+    return SQLITE_OK;
 }
 
 int Disk::busy() {

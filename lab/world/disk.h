@@ -46,6 +46,8 @@ public:
 
     /* How often a lock was refused, so far. */
     std::uint64_t busyAnswers() const { return busyAnswers_; }
+    /* Connections that found the file locked for so long that they commit less surely. */
+    std::uint64_t unsureConnections() const { return unsureConnections_; }
 
 private:
     struct Write {
@@ -75,6 +77,7 @@ private:
     static void forgetBytes(File &file);
 
     static const sqlite3_io_methods *methods_;
+    static int useExtraSynchronous(sqlite3 *, char **, const sqlite3_api_routines *);
     static int xOpen(sqlite3_vfs *, const char *, sqlite3_file *, int, int *);
     static int xDelete(sqlite3_vfs *, const char *, int);
     static int xAccess(sqlite3_vfs *, const char *, int, int *);
@@ -93,6 +96,7 @@ private:
     std::pmr::map<std::pmr::string, File, std::less<>> files_;
     Draws draws_;
     std::uint64_t busyAnswers_ = 0;
+    std::uint64_t unsureConnections_ = 0;
 };
 
 } // namespace corvane::lab

@@ -144,6 +144,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     postedCounts_ = 0;
     gateOpenMs_ = -1;
     keptFrom_.clear();
+    isPruneDue_ = false;
     eventDirty_ = reservationsDirty_ = hoursDirty_ = true;
     eventDoubtful_ = eventLost_ = reservationsDoubtful_ = false;
     isCounterOfLastLife_ = true;
@@ -225,6 +226,7 @@ void Judge::seeLog(const std::string &text) {
     } else if (startsWith(text, "REPORT] delete date : ")) {
         keptFrom_ = text.substr(text.rfind(' ') + 1);
         keptFromMs_ = now;
+        isPruneDue_ = true;
         if (std::string_view(keptFrom_) != oldestKey(utcFields(eyes_->utcMs())))
             broken("rows older than six months are removed",
                    "the limit is given as " + std::string(keptFrom_));
@@ -266,8 +268,9 @@ void Judge::micomWrites(const std::string &key, int) {
     if (key != "memory/refrigerator/SmartGridDrLevel")
         return;
     const std::int64_t now = eyes_->nowMs();
-    // The follower of the first has not run yet, or has not been there.
-    levelDoubtful_ = levelDoubtful_ || now - echoMs_ < 30'000;
+    // The follower of the one before may not have run yet: it waits a second, and longer while the
+    // metering service holds up the task thread.
+    levelDoubtful_ = levelDoubtful_ || now - echoMs_ < 30'000 || eyes_->isMeteringTroubled();
     echoMs_ = now;
 }
 
@@ -411,6 +414,8 @@ void Judge::seeSql(const std::string &sql) {
             storesDue_ = std::max(0, storesDue_ - 1);
         if (isDelete)
             hourDeletions_.emplace_back(sql.substr(sql.find("date ") + 5));
+        if (sql.find("date < ") != sql.npos)
+            isPruneDue_ = false;
     }
 }
 
@@ -432,6 +437,7 @@ void Judge::seeRequest(const std::string &text) {
         handling_ = text;
         orderInserted_ = false;
         failuresAtRequest_ = eyes_->storeFailures();
+        unsureAtRequest_ = eyes_->unsureCommits();
         return;
     }
     answered(text.substr(0, arrow), std::atoi(text.c_str() + arrow + 4));
@@ -442,12 +448,13 @@ void Judge::answered(const std::string &command, int answer) {
     noticeStoreFailures();
     if (answer != 0 && answer != 1)
         broken("a handler answers 0 or 1", command + " was answered " + std::to_string(answer));
+    const bool isSure = unsureAtRequest_ == eyes_->unsureCommits();
     const bool isClean = failuresAtRequest_ == eyes_->storeFailures();
     if (command == "ControlDRLC" && answer == 1) {
         orderEndedMs_ = eyes_->nowMs();
         if (isClean)
             eventDoubtful_ = false;
-        if (orderInserted_ && !eventLost_)
+        if (orderInserted_ && !eventLost_ && isSure)
             acknowledged_ = inserted_;
         if (!orderInserted_)
             eventLost_ = false; // cancelled: the block is cleared
@@ -457,7 +464,7 @@ void Judge::answered(const std::string &command, int answer) {
     }
     const bool isStoring =
         command == "CreateDefrostReservations" || command == "SetDefrostReservations";
-    if (isStoring && answer == 1 && insertedReservation_)
+    if (isStoring && answer == 1 && insertedReservation_ && isSure)
         acknowledgedReservations_[insertedReservation_->first] = insertedReservation_->second;
     if ((isStoring || command == "DelDefrostReservations") && answer == 1 && isClean)
         reservationsDoubtful_ = false;
@@ -530,20 +537,16 @@ void Judge::readHours() {
         if (hours.count(hour) == 0 && !isDeleted)
             broken("rows of the last six months stay", "the row " + std::string(hour) + " is gone");
     }
-    const bool isEmptiedAsTooOld =
-        std::any_of(hourDeletions_.begin(), hourDeletions_.end(),
-                    [](const auto &condition) { return condition[0] == '<'; });
+    const bool isPruned = std::any_of(hourDeletions_.begin(), hourDeletions_.end(),
+                                      [](const auto &condition) { return condition[0] == '<'; });
     hours_ = hours;
     hourDeletions_.clear();
-    const std::string oldest = oldestKey(utcFields(eyes_->utcMs()));
-    const bool isRowTooOld = !keptFrom_.empty() && !hours_.empty() && *hours_.begin() < keptFrom_ &&
-                             std::string_view(*hours_.begin()) < oldest &&
-                             eyes_->nowMs() - keptFromMs_ > 60'000 && !counterDoubtful_ &&
-                             cyclesDue_ == 0 && !eyes_->isMeteringTroubled();
-    if (isRowTooOld)
+    // Rows of a clock that was set may be older; they stay until the next month.
+    if (isPruned && !hours_.empty() && std::string_view(*hours_.begin()) < keptFrom_ &&
+        !counterDoubtful_ && eyes_->nowMs() - clockTouchedMs_ > kGateMs)
         broken("rows older than six months go", "the row " + std::string(*hours_.begin()) +
                                                     " is older than " + std::string(keptFrom_));
-    if (rows.empty() && isEmptiedAsTooOld && storesDue_ == 0)
+    if (rows.empty() && isPruned && storesDue_ == 0)
         expected_ = counter_ = 0; // a jump into the same hour of another half-year
     const std::int64_t counter = rows.empty() ? 0 : std::atoll(rows.back()[1].c_str());
     if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&
@@ -587,6 +590,9 @@ void Judge::tick() {
     checkKeys();
     checkRepeat();
     checkEnergy();
+    if (isPruneDue_ && eyes_->nowMs() - keptFromMs_ > 60'000 && cyclesDue_ == 0 &&
+        !eyes_->isMeteringTroubled() && !eyes_->isStoreTroubled())
+        broken("rows older than six months go when the month changes", "none was deleted");
 }
 
 void Judge::checkGate() {

@@ -38,6 +38,7 @@ public:
         virtual std::int64_t nowMs() const = 0;
         virtual std::int64_t utcMs() const = 0;
         virtual std::uint64_t storeFailures() const = 0; // so far, in this life
+        virtual std::uint64_t unsureCommits() const = 0; // so far
         virtual bool isStoreTroubled() const = 0;        // failing, locked or full at present
         virtual bool isMeteringTroubled() const = 0;
         virtual bool canLookInto(const std::string &file) const = 0; // it exists and is idle
@@ -119,6 +120,7 @@ private:
     std::int64_t storeFailedMs_ = -1'000'000;
     std::uint64_t storeFailuresSeen_ = 0;
     std::uint64_t failuresAtRequest_ = 0;
+    std::uint64_t unsureAtRequest_ = 0;
     std::pmr::string handling_; // the request whose handler runs
     bool orderInserted_ = false;
     std::int64_t orderEndedMs_ = -1'000'000;
@@ -165,6 +167,7 @@ private:
     std::pmr::vector<std::pmr::string> hourDeletions_;
     std::pmr::string keptFrom_; // rows before it are to be gone
     std::int64_t keptFromMs_ = 0;
+    bool isPruneDue_ = false;
     std::int64_t counter_ = 0; // confirmed in the table
     std::int64_t expected_ = 0;
     bool counterKnown_ = false;

@@ -80,6 +80,7 @@ private:
     std::int64_t utcMs() const override;
     std::int64_t trueMs() const { return weather_.startSec * 1000 + nowMs(); }
     std::uint64_t storeFailures() const override;
+    std::uint64_t unsureCommits() const override { return disk_.unsureConnections(); }
     bool isStoreTroubled() const override;
     bool isMeteringTroubled() const override { return meteringTroubledUntilMs_ > nowMs(); }
     bool canLookInto(const std::string &file) const override;
