@@ -1,14 +1,15 @@
 /*
  * The run: who may go on, and what time it is.
  *
- * Each thread of a run is a real thread that waits for its turn on a futex of its own. Only the
- * thread whose turn it is touches the state below, so the state needs no lock; the turn word's
- * release and acquire carry it from thread to thread. A mutex is taken with the real trylock: when
- * that fails the thread waits for the mutex's address and tries again after an unlock. Ownership
- * and recursion thereby stay the C library's own business, and sanitizers see real locks.
+ * The threads of a run are contexts with stacks of their own within one real thread, so that a
+ * hand-over is a jump, and the state below needs no lock. Mutexes are taken in the C library's own
+ * structures but by the rules of this file, since to the C library all contexts are one thread.
+ * What the C++ run time and the C library keep a thread, the exceptions being handled and errno,
+ * moves with the context; thread_local variables do not, the threads of a run share them.
  *
- * Divisions: forwarding to the real calls; the run's state and its scheduler; the public interface;
- * the replaced calls (clocks, sleeps, threads, locks, conditions).
+ * Divisions: forwarding to the real calls; the run's state; contexts; the scheduler; locks and
+ * conditions; the public interface; the replaced calls (clocks, sleeps, threads, locks,
+ * conditions).
  */
 #include "virtual_time.h"
 
@@ -20,14 +21,27 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <cxxabi.h>
 #include <dlfcn.h>
-#include <linux/futex.h>
+#include <exception>
 #include <memory>
 #include <pthread.h>
-#include <sched.h>
-#include <sys/syscall.h>
+#include <sys/mman.h>
 #include <sys/time.h>
+#include <ucontext.h>
 #include <unistd.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define VIRTUAL_TIME_ASAN
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VIRTUAL_TIME_ASAN
+#endif
+#endif
+#ifdef VIRTUAL_TIME_ASAN
+#include <sanitizer/common_interface_defs.h>
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace virtualtime {
 namespace {
@@ -78,6 +92,8 @@ REAL(sched_yield);
 REAL(pthread_create);
 REAL(pthread_join);
 REAL(pthread_detach);
+REAL(pthread_exit);
+REAL(pthread_self);
 REAL(pthread_mutex_lock);
 REAL(pthread_mutex_trylock);
 REAL(pthread_mutex_unlock);
@@ -100,15 +116,64 @@ REAL(pthread_cond_broadcast);
 enum class State { Runnable, Waiting, Ended };
 enum class WaitsFor { Time, Mutex, RwLock, Condition, ThreadEnd };
 
+// A context's stack with a page below it that must not be touched.
+class Stack {
+public:
+    Stack() {
+        void *mapped = mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE,
+                            MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (mapped == MAP_FAILED) {
+            std::perror("virtual time: no stack for a thread");
+            std::abort();
+        }
+        memory_ = static_cast<char *>(mapped);
+        mprotect(memory_, kGuardBytes, PROT_NONE);
+#ifdef VIRTUAL_TIME_ASAN
+        __lsan_register_root_region(bottom(), bytes());
+#endif
+    }
+    ~Stack() {
+#ifdef VIRTUAL_TIME_ASAN
+        __lsan_unregister_root_region(bottom(), bytes());
+#endif
+        munmap(memory_, kStackBytes);
+    }
+    Stack(const Stack &) = delete;
+    Stack &operator=(const Stack &) = delete;
+
+    [[nodiscard]] void *bottom() const { return memory_ + kGuardBytes; }
+    [[nodiscard]] static std::size_t bytes() { return kStackBytes - kGuardBytes; }
+
+private:
+    static constexpr std::size_t kStackBytes = 1024 * 1024; // as far as it is touched
+    static constexpr std::size_t kGuardBytes = 4096;
+    char *memory_;
+};
+
+// Of the C library and the C++ run time, a real thread; moves with the context.
+struct KeptState {
+    int errorNumber = 0;
+    struct {
+        void *caught = nullptr;
+        unsigned int uncaught = 0;
+    } exceptions;              // laid out as the ABI says
+    void *fakeStack = nullptr; // the address sanitizer's, and where the body's own stack is
+    const void *stackBottom = nullptr;
+    std::size_t stackBytes = 0;
+};
+
 struct Thread {
     int number = 0;
     int startedBy = 0;
     std::int64_t startedNs = 0;
     std::string name;
-    pthread_t handle{};
-    pid_t tid = 0;
     void *(*function)(void *) = nullptr;
     void *argument = nullptr;
+    void *result = nullptr; // what it left with
+
+    ucontext_t context{};         // where it goes on, while another one runs
+    std::unique_ptr<Stack> stack; // null: the body, on the real thread's own
+    KeptState kept;
 
     State state = State::Runnable;
     WaitsFor waitsFor = WaitsFor::Time;
@@ -117,17 +182,13 @@ struct Thread {
     bool wakeOnSystemClock = false;
     bool timedOut = false; // how the last wait ended
     bool isDetached = false;
-    int locksToFail = 0; // touched by the thread itself alone
-
-    std::atomic<std::uint32_t> turn{0}; // 1: this thread may go on
+    int locksToFail = 0;
 };
 
 struct Run {
     Options options;
-    cpu_set_t processorsBefore{};                 // of the body, put back at the end
     std::vector<std::unique_ptr<Thread>> threads; // [0] is the body; joined ones are gone
     int threadsStarted = 0;
-    Thread *current = nullptr;
     std::int64_t monotonicNs = 0; // since start, plus kBootNs for those who ask the clock
     std::int64_t systemOffsetNs = 0;
     std::uint64_t generator = 0;
@@ -138,7 +199,7 @@ struct Run {
 constexpr std::int64_t kBootNs = 1000 * kNsPerSec;
 
 Run *theRun = nullptr;
-thread_local Thread *self = nullptr;
+thread_local Thread *self = nullptr; // null in real threads that belong to no run
 
 std::uint64_t next(std::uint64_t &state) { // splitmix64
     state += 0x9e3779b97f4a7c15U;
@@ -152,29 +213,47 @@ void mixIntoHash(std::uint64_t value) {
     theRun->summary.hash = (theRun->summary.hash ^ value) * 0x100000001b3U;
 }
 
-void giveTurn(Thread &thread) {
-    thread.turn.store(1, std::memory_order_release);
-    syscall(SYS_futex, reinterpret_cast<std::uint32_t *>(&thread.turn), FUTEX_WAKE_PRIVATE, 1,
-            nullptr, nullptr, 0);
+// ---- Contexts ----
+
+auto *currentExceptions() {
+    return reinterpret_cast<decltype(KeptState::exceptions) *>(__cxxabiv1::__cxa_get_globals());
 }
 
-void awaitTurn(Thread &thread) {
-    while (thread.turn.load(std::memory_order_acquire) == 0) {
-        syscall(SYS_futex, reinterpret_cast<std::uint32_t *>(&thread.turn), FUTEX_WAIT_PRIVATE, 0,
-                nullptr, nullptr, 0);
+// A sanitizer must hear of every change of stacks, and tells where the body's is.
+void announceJump([[maybe_unused]] Thread &from, [[maybe_unused]] const Thread &to) {
+#ifdef VIRTUAL_TIME_ASAN
+    const bool forGood = from.state == State::Ended;
+    __sanitizer_start_switch_fiber(forGood ? nullptr : &from.kept.fakeStack, to.kept.stackBottom,
+                                   to.kept.stackBytes);
+#endif
+}
+
+void announceArrival([[maybe_unused]] Thread &thread) {
+#ifdef VIRTUAL_TIME_ASAN
+    const void *bottom = nullptr;
+    std::size_t bytes = 0;
+    __sanitizer_finish_switch_fiber(thread.kept.fakeStack, &bottom, &bytes);
+    Thread &body = *theRun->threads.front();
+    if (body.kept.stackBottom == nullptr) { // the first jump is the body's
+        body.kept.stackBottom = bottom;
+        body.kept.stackBytes = bytes;
     }
-    thread.turn.store(0, std::memory_order_relaxed);
+#endif
 }
 
-// Hand-overs within one processor are several times faster than across two. Threads that the body
-// starts inherit its choice. Where this is not allowed the run is only slower.
-void stayOnOneProcessor() {
-    sched_getaffinity(0, sizeof theRun->processorsBefore, &theRun->processorsBefore);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(static_cast<std::size_t>(std::max(sched_getcpu(), 0)), &one);
-    sched_setaffinity(0, sizeof one, &one);
+// Comes back when somebody jumps to from again.
+void jump(Thread &from, Thread &to) {
+    from.kept.errorNumber = errno;
+    from.kept.exceptions = *currentExceptions();
+    announceJump(from, to);
+    self = &to;
+    swapcontext(&from.context, &to.context);
+    announceArrival(from);
+    *currentExceptions() = from.kept.exceptions;
+    errno = from.kept.errorNumber;
 }
+
+// ---- The scheduler ----
 
 std::int64_t saturatingAdd(std::int64_t a, std::int64_t b) {
     std::int64_t sum = 0;
@@ -193,6 +272,9 @@ std::string seconds(std::int64_t ns) {
     std::snprintf(text, sizeof text, "%.3f s", static_cast<double>(ns) / 1e9);
     return text;
 }
+
+// Who holds a mutex, as its structure tells; 0 would be nobody.
+int ownerOf(const Thread &thread) { return thread.number + 1; }
 
 std::string describe(const Thread &thread) {
     std::string text = "thread " + std::to_string(thread.number);
@@ -218,7 +300,7 @@ std::string describe(const Thread &thread) {
         text += std::string(": waits for mutex ") + address;
         const auto *mutex = static_cast<const pthread_mutex_t *>(thread.object);
         for (const auto &other : theRun->threads) {
-            if (other->tid == mutex->__data.__owner) {
+            if (ownerOf(*other) == mutex->__data.__owner) {
                 text += " held by thread " + std::to_string(other->number);
             }
         }
@@ -305,7 +387,7 @@ void moveClock() {
 
 // Hands over to whoever goes on next. The caller has put itself into its new state before.
 void handOver() {
-    Thread &from = *theRun->current;
+    Thread &from = *self;
     Thread *to = drawRunnable();
     while (to == nullptr) {
         moveClock();
@@ -317,12 +399,7 @@ void handOver() {
         return;
     }
     ++theRun->summary.switches;
-    theRun->current = to;
-    const bool ended = from.state == State::Ended;
-    giveTurn(*to);
-    if (!ended) {
-        awaitTurn(from);
-    }
+    jump(from, *to);
 }
 
 // Waits for object or for the wake time, whichever comes first. True: time came first.
@@ -395,35 +472,66 @@ std::int64_t readClock(clockid_t clock) {
                : theRun->monotonicNs + kBootNs;
 }
 
-// Ends the thread in the run also when it leaves by pthread_exit, which unwinds.
-struct EndOfThread {
-    ~EndOfThread() {
-        Thread *ending = self;
-        ending->state = State::Ended;
-        self = nullptr;
-        wakeWaitersFor(WaitsFor::ThreadEnd, ending);
-        handOver();
-    }
+// Thrown by pthread_exit, so that the stack unwinds to the thread's beginning.
+struct ThreadExit {
+    void *result;
 };
 
-void *threadMain(void *argument) {
-    auto *thread = static_cast<Thread *>(argument);
-    thread->tid = static_cast<pid_t>(syscall(SYS_gettid));
-    awaitTurn(*thread);
-    self = thread;
-    const EndOfThread end;
-    return thread->function(thread->argument);
+// The beginning and the end of a thread. An exception that nobody catches ends the process here.
+void threadMain() noexcept {
+    announceArrival(*self);
+    *currentExceptions() = {};
+    try {
+        self->result = self->function(self->argument);
+    } catch (const ThreadExit &exit) {
+        self->result = exit.result;
+    }
+    self->state = State::Ended;
+    wakeWaitersFor(WaitsFor::ThreadEnd, self);
+    handOver(); // nobody jumps back
 }
 
-Thread *findJoinable(pthread_t handle) {
-    for (const auto &thread : theRun->threads) {
-        if (!thread->isDetached && thread->number != 0 &&
-            pthread_equal(thread->handle, handle) != 0) {
+void prepareContext(Thread &thread) {
+    thread.stack = std::make_unique<Stack>();
+    thread.kept.stackBottom = thread.stack->bottom();
+    thread.kept.stackBytes = Stack::bytes();
+    getcontext(&thread.context);
+    thread.context.uc_stack.ss_sp = thread.stack->bottom();
+    thread.context.uc_stack.ss_size = Stack::bytes();
+    thread.context.uc_link = nullptr;
+    makecontext(&thread.context, threadMain, 0);
+    // Made; from here on the size would only make the sanitizer clean the stack at every jump.
+    thread.context.uc_stack.ss_size = 0;
+}
+
+// A thread's identity to the outside: no real thread's, and never looked into.
+pthread_t handleOf(const Thread &thread) { return reinterpret_cast<pthread_t>(&thread); }
+
+// Runs that have ended with threads left over: those may still be joined, until the process ends.
+std::vector<Run *> &abandonedRuns() {
+    static auto *const runs = new std::vector<Run *>;
+    return *runs;
+}
+
+Thread *findJoinable(const Run &run, pthread_t handle) {
+    for (const auto &thread : run.threads) {
+        if (!thread->isDetached && thread->number != 0 && handleOf(*thread) == handle) {
             return thread.get();
         }
     }
     return nullptr;
 }
+
+// Null: a real thread's handle, or nobody's.
+Thread *findJoinable(pthread_t handle) {
+    Thread *found = self == nullptr ? nullptr : findJoinable(*theRun, handle);
+    for (const Run *run : abandonedRuns()) {
+        found = found == nullptr ? findJoinable(*run, handle) : found;
+    }
+    return found;
+}
+
+// ---- Locks and conditions ----
 
 // Takes a lock by trying until it is free; each failed try waits for an unlock.
 template <typename Try>
@@ -436,19 +544,49 @@ int lockByTrying(WaitsFor what, const void *object, Try tryLock) {
     return result;
 }
 
+bool isRecursive(const pthread_mutex_t &mutex) {
+    return (mutex.__data.__kind & 3) == PTHREAD_MUTEX_RECURSIVE;
+}
+
+// The fields are kept as the C library keeps them, which destroys a mutex only when it is free.
+int tryLockMutex(pthread_mutex_t *mutex) {
+    auto &data = mutex->__data;
+    if (data.__lock == 0) {
+        data.__lock = 1;
+        data.__owner = ownerOf(*self);
+        data.__count = 1;
+        ++data.__nusers;
+        return 0;
+    }
+    if (!isRecursive(*mutex) || data.__owner != ownerOf(*self)) {
+        return EBUSY;
+    }
+    ++data.__count;
+    return 0;
+}
+
 int lockMutex(pthread_mutex_t *mutex) {
     if (self->locksToFail > 0) {
         --self->locksToFail;
         return EINVAL;
     }
-    return lockByTrying(WaitsFor::Mutex, mutex,
-                        [mutex] { return real::pthread_mutex_trylock.get()(mutex); });
+    return lockByTrying(WaitsFor::Mutex, mutex, [mutex] { return tryLockMutex(mutex); });
 }
 
 int unlockMutex(pthread_mutex_t *mutex) {
-    const int result = real::pthread_mutex_unlock.get()(mutex);
+    auto &data = mutex->__data;
+    if (isRecursive(*mutex) && data.__owner != ownerOf(*self)) {
+        return EPERM;
+    }
+    if (isRecursive(*mutex) && --data.__count != 0) {
+        return 0;
+    }
+    data.__count = 0;
+    data.__owner = 0;
+    data.__lock = 0;
+    --data.__nusers;
     wakeWaitersFor(WaitsFor::Mutex, mutex);
-    return result;
+    return 0;
 }
 
 // The waiter is registered before anyone else can run, so no signal is lost in between.
@@ -491,10 +629,7 @@ void start(const Options &options) {
     theRun->summary.hash = 0xcbf29ce484222325U;
     auto body = std::make_unique<Thread>();
     body->name = "body";
-    body->handle = pthread_self();
-    body->tid = static_cast<pid_t>(syscall(SYS_gettid));
-    theRun->current = self = body.get();
-    stayOnOneProcessor();
+    self = body.get();
     theRun->threads.push_back(std::move(body));
 }
 
@@ -511,14 +646,11 @@ Summary finish() {
             summary.leakedThreads.push_back(describe(*thread));
         }
     }
-    sched_setaffinity(0, sizeof theRun->processorsBefore, &theRun->processorsBefore);
     self = nullptr;
     if (summary.leakedThreads.empty()) {
         delete theRun;
     } else {
-        // Stopped threads still refer to their run, until the process ends.
-        static auto *const abandoned = new std::vector<Run *>;
-        abandoned->push_back(theRun);
+        abandonedRuns().push_back(theRun);
     }
     theRun = nullptr;
     return summary;
@@ -559,6 +691,8 @@ void nameThread(const std::string &name) {
         self->name = name;
     }
 }
+
+int threadNumber() { return self == nullptr ? 0 : self->number; }
 
 std::uint64_t draw(std::uint64_t bound) { return next(theRun->generator) % bound; }
 
@@ -681,35 +815,54 @@ int pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*
     thread->startedNs = theRun->monotonicNs;
     thread->function = function;
     thread->argument = argument;
-    const int result =
-        real::pthread_create.get()(&thread->handle, attributes, threadMain, thread.get());
-    if (result == 0) {
-        *handle = thread->handle;
-        ++theRun->threadsStarted;
-        theRun->threads.push_back(std::move(thread));
-    }
-    return result;
+    prepareContext(*thread);
+    *handle = handleOf(*thread);
+    ++theRun->threadsStarted;
+    theRun->threads.push_back(std::move(thread));
+    return 0;
 }
 
 int pthread_join(pthread_t handle, void **result) {
-    Thread *thread = self == nullptr ? nullptr : findJoinable(handle);
+    Thread *thread = findJoinable(handle);
     if (thread == nullptr) {
         return real::pthread_join.get()(handle, result);
     }
     while (thread->state != State::Ended) {
+        if (self == nullptr) {
+            return EDEADLK; // its run is over, it stays stopped for good
+        }
         wait(WaitsFor::ThreadEnd, thread);
     }
-    const int joined = real::pthread_join.get()(handle, result);
-    std::erase_if(theRun->threads, [thread](const auto &other) { return other.get() == thread; });
-    return joined;
+    if (result != nullptr) {
+        *result = thread->result;
+    }
+    thread->isDetached = true; // nobody's any more
+    if (self != nullptr) {
+        std::erase_if(theRun->threads,
+                      [thread](const auto &other) { return other.get() == thread; });
+    }
+    return 0;
 }
 
 int pthread_detach(pthread_t handle) noexcept {
-    Thread *thread = self == nullptr ? nullptr : findJoinable(handle);
-    if (thread != nullptr) {
-        thread->isDetached = true;
+    Thread *thread = findJoinable(handle);
+    if (thread == nullptr) {
+        return real::pthread_detach.get()(handle);
     }
-    return real::pthread_detach.get()(handle);
+    thread->isDetached = true;
+    return 0;
+}
+
+void pthread_exit(void *result) {
+    if (self == nullptr || self->number == 0) {
+        real::pthread_exit.get()(result);
+        std::abort(); // it does not return; the pointer's type has lost that
+    }
+    throw ThreadExit{result};
+}
+
+pthread_t pthread_self() noexcept {
+    return self == nullptr || self->number == 0 ? real::pthread_self.get()() : handleOf(*self);
 }
 
 int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
@@ -717,7 +870,7 @@ int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
 }
 
 int pthread_mutex_trylock(pthread_mutex_t *mutex) noexcept {
-    return real::pthread_mutex_trylock.get()(mutex);
+    return self == nullptr ? real::pthread_mutex_trylock.get()(mutex) : tryLockMutex(mutex);
 }
 
 int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept {

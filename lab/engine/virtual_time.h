@@ -78,6 +78,10 @@ void jumpClock(double sec);
 // Lets the calling thread's next mutex locks fail with EINVAL, as many as said.
 void failLocks(int times);
 
+// The calling thread's number in its run, from 1 in the order of their starts; 0 for the body, and
+// outside a run.
+[[nodiscard]] int threadNumber();
+
 // Names the calling thread in reports. The text is copied.
 void nameThread(const std::string &name);
 

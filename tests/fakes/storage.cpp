@@ -9,6 +9,7 @@
  * Divisions: state; the file system layer; the folder; beside the service; the recorded calls.
  */
 #include "storage.h"
+#include "virtual_time.h"
 
 #include "internal.h"
 
@@ -55,7 +56,13 @@ struct Present {
                               // recorded
     bool isBeside = false;    // inside a call of the test: nothing is recorded and nothing fails
 };
-thread_local Present present;
+std::map<int, Present>
+    presentInRun; // by the thread's number, since a run's threads share variables
+thread_local Present presentOutside;
+
+Present &present() {
+    return virtualtime::active() ? presentInRun[virtualtime::threadNumber()] : presentOutside;
+}
 
 std::atomic<std::uint64_t> failures{0}; // met so far
 
@@ -87,7 +94,7 @@ sqlite3_file *realFile(sqlite3_file *file) { return reinterpret_cast<File *>(fil
 
 // Whether this operation is the one that was chosen to fail, or meets the call's trouble.
 bool meets(Trouble trouble) {
-    if (present.isBeside) {
+    if (present().isBeside) {
         return false;
     }
     if (trouble == Trouble::IoError && operationsUntilFailure > 0 &&
@@ -95,7 +102,7 @@ bool meets(Trouble trouble) {
         ++failures;
         return true;
     }
-    return present.trouble == trouble;
+    return present().trouble == trouble;
 }
 
 int xClose(sqlite3_file *file) { return realFile(file)->pMethods->xClose(realFile(file)); }
@@ -175,7 +182,7 @@ const sqlite3_io_methods fileMethods = [] {
 
 int xOpen(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *outFlags) {
     file->pMethods = nullptr;
-    if (present.openFails) {
+    if (present().openFails) {
         return SQLITE_CANTOPEN;
     }
     auto *wrapper = reinterpret_cast<File *>(file);
@@ -243,8 +250,8 @@ void sweepLeftFolders() {
 // ---- Beside the service ----
 
 struct Beside {
-    Beside() { present.isBeside = true; }
-    ~Beside() { present.isBeside = false; }
+    Beside() { present().isBeside = true; }
+    ~Beside() { present().isBeside = false; }
     Beside(const Beside &) = delete;
     Beside &operator=(const Beside &) = delete;
 };
@@ -434,26 +441,26 @@ void recordCall(const char *function, const std::string &text, const std::string
     recorded.push_back({function, text, file, result, now});
 }
 
-bool isRecorded() { return !present.isBeside && !present.isRecording; }
+bool isRecorded() { return !present().isBeside && !present().isRecording; }
 
 // Marks the thread while SQLite works on a call of the service.
 class InCall {
 public:
-    InCall() { present.isRecording = true; }
-    ~InCall() { present = {}; }
+    InCall() { present().isRecording = true; }
+    ~InCall() { present() = {}; }
     InCall(const InCall &) = delete;
     InCall &operator=(const InCall &) = delete;
 
     void meetStatementTrouble() {
         const std::lock_guard lock(mutex);
         if (mustFail(statementsToFail)) {
-            present.trouble = statementTrouble;
+            present().trouble = statementTrouble;
         }
     }
 
     void meetOpenTrouble() {
         const std::lock_guard lock(mutex);
-        present.openFails = mustFail(opensToFail);
+        present().openFails = mustFail(opensToFail);
     }
 };
 
