@@ -1,6 +1,6 @@
 /*
  * The people around the refrigerator: when they open its doors, put shopping in and take ice. A
- * day's plan is a pure function of the seed and the local date, so nothing has to be saved, and a
+ * day's plan is a pure function of its seed and the local date, so nothing has to be saved, and a
  * jump of the clock finds the right plan.
  */
 #ifndef CORVANE_APPLIANCE_MODEL_HOUSEHOLD_H

@@ -1,6 +1,6 @@
 /*
  * Numbers drawn from a seed, the same on every machine and with every standard library. A draw is a
- * pure function of the seed and of what it is for, so that a model which is restored in the middle
+ * pure function of its seed and of what it is for, so that a model which is restored in the middle
  * goes on exactly as it would have, with nothing to keep but a count of its draws.
  */
 #ifndef CORVANE_APPLIANCE_MODEL_RANDOM_H

@@ -112,7 +112,7 @@ struct RefrigeratorMemory {
 
 class Refrigerator {
 public:
-    /* Begins at `now` in a settled state, at a place of its cycle drawn from the seed. */
+    /* Begins at `now` in a settled state, at a place of its cycle drawn from `seed`. */
     Refrigerator(std::uint64_t seed, TimeMs now, const Parameters &parameters = {});
 
     /*

@@ -1,4 +1,7 @@
-/* A settings key that a model asks its owner to write, and the keys' names. */
+/*
+ * A settings key that a model asks its owner to write, and the keys' names. Each name exists once
+ * in a program, so that keys which are known to come from here can be compared by their address.
+ */
 #ifndef CORVANE_APPLIANCE_MODEL_SETTINGS_WRITE_H
 #define CORVANE_APPLIANCE_MODEL_SETTINGS_WRITE_H
 
@@ -8,15 +11,19 @@
 
 namespace corvane::appliance {
 
-inline constexpr const char *kCommandKey = "memory/refrigerator/TxMessage"; // read by the Micom
-inline constexpr const char *kLevelKey = "memory/refrigerator/SmartGridDrLevel";
-inline constexpr const char *kOverrideKey = "memory/refrigerator/SmartGridOverrideState";
+inline constexpr char kCommandKey[] = "memory/refrigerator/TxMessage"; // read by the Micom
+inline constexpr char kLevelKey[] = "memory/refrigerator/SmartGridDrLevel";
+inline constexpr char kOverrideKey[] = "memory/refrigerator/SmartGridOverrideState";
+inline constexpr char kEnergyKey1[] = "memory/refrigerator/SmartGridWatt1";
+inline constexpr char kEnergyKey2[] = "memory/refrigerator/SmartGridWatt2";
+inline constexpr char kEnergyKey3[] = "memory/refrigerator/SmartGridWatt3";
+inline constexpr char kEnergyKey4[] = "memory/refrigerator/SmartGridWatt4";
+inline constexpr char kDisplayOverrideKey[] = "db/corvane/dr/micom_override";
+inline constexpr char kDisplayPowerKey[] = "memory/board/power";
+
 /* Most significant byte first; the write of the last tells that all four are there. */
-inline constexpr std::array<const char *, 4> kEnergyKeys = {
-    "memory/refrigerator/SmartGridWatt1", "memory/refrigerator/SmartGridWatt2",
-    "memory/refrigerator/SmartGridWatt3", "memory/refrigerator/SmartGridWatt4"};
-inline constexpr const char *kDisplayOverrideKey = "db/corvane/dr/micom_override";
-inline constexpr const char *kDisplayPowerKey = "memory/board/power";
+inline constexpr std::array<const char *, 4> kEnergyKeys = {kEnergyKey1, kEnergyKey2, kEnergyKey3,
+                                                            kEnergyKey4};
 
 /* Write `value` to `key`, also when it holds that value already. */
 struct SettingsWrite {

@@ -1,4 +1,4 @@
-/* The household's days: plausible, the same for the same seed, and kept apart by door. */
+/* The household's days: plausible, equal for equal seeds, and kept apart by door. */
 #include "household.h"
 
 #include <algorithm>

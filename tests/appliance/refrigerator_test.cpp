@@ -1,6 +1,6 @@
 /*
  * The refrigerator without demand response: energy, temperatures, compressor, ice, doors and
- * kitchen; and what holds for every run: the same seed gives the same life, however it is watched,
+ * kitchen; and what holds for every run: equal seeds give equal lives, however it is watched,
  * and no step of the clock does harm.
  */
 #include "refrigerator.h"
