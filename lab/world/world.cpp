@@ -5,6 +5,7 @@
 #include "world.h"
 
 #include "fakes.h"
+#include "remote.h"
 #include "storage.h"
 #include "virtual_time.h"
 
@@ -103,6 +104,7 @@ void World::broken(const std::string &rule, const std::string &what) {
     trace("broken: " + rule);
     brokenRule_ = rule;
     brokenWhat_ = what;
+    pastMs_ = nowMs();
     _exit(kBroken);
 }
 
@@ -536,77 +538,11 @@ void World::runRemote(int number) {
 }
 
 void World::request(Draws &draws) {
-    using namespace fakes::proxy;
-    switch (draws.whole(0, 11)) {
-    case 0:
-    case 1:
-    case 2:
-    case 3:
-        return order(draws);
-    case 4:
-        (void)controlOverride(draws.whole(0, 1));
-        return;
-    case 5:
-        (void)getDrlcOverride();
-        return;
-    case 6:
-        (void)getDefrostBlock();
-        return;
-    case 7:
-    case 8:
-        (void)setDelayDefrost(draws.chance(0.8) ? 1 : 0);
-        return;
-    case 9:
-        reserve(draws, draws.chance(0.3));
-        return;
-    case 10:
-        (void)delDefrostReservation(draws.chance(0.5) ? "2" : "3");
-        return;
-    default:
-        (void)getDefrostReservations();
-        (void)getEnergyConsumption();
-        (void)getDelayDefrost();
-        return;
-    }
-}
-
-namespace {
-
-std::string timeOfDay(std::int64_t second) {
-    char text[40];
-    const auto ofDay = static_cast<int>((second % 86'400 + 86'400) % 86'400);
-    std::snprintf(text, sizeof text, "%02d:%02d:%02d", ofDay / 3600, ofDay / 60 % 60, ofDay % 60);
-    return text;
-}
-
-} // namespace
-
-void World::order(Draws &draws) {
-    if (draws.chance(0.15)) {
-        (void)fakes::proxy::controlDrlc("0");
-        return;
-    }
-    const std::int64_t now = utcMs() / 1000;
-    const int lengths[] = {draws.whole(1, 10), draws.whole(10, 600), draws.whole(600, 4 * 3600),
-                           draws.whole(1, 86'399)};
-    const int starts[] = {0, draws.whole(-5, 5), draws.whole(-7200, 7200), draws.whole(0, 86'399)};
-    const std::string start = draws.chance(0.3) ? "" : timeOfDay(now + draws.oneOf(starts));
-    const std::string length = draws.chance(0.1) ? "" : timeOfDay(draws.oneOf(lengths));
-    (void)fakes::proxy::controlDrlc(std::to_string(draws.whole(1, 4)), length, start);
-}
-
-void World::reserve(Draws &draws, bool asSet) {
-    char first[40], last[40];
-    std::snprintf(first, sizeof first, "0000-%02d-%02dT%s", draws.whole(1, 12), draws.whole(1, 28),
-                  timeOfDay(draws.whole(0, 86'399)).c_str());
-    std::snprintf(last, sizeof last, "0000-%02d-%02dT00:00:00", draws.whole(1, 12),
-                  draws.whole(1, 28));
-    const auto entry = fakes::proxy::reservation(first, last, timeOfDay(draws.whole(1, 8 * 3600)),
-                                                 "from the remote side");
-    if (asSet)
-        (void)fakes::proxy::setDefrostReservation(entry);
-    else
-        (void)fakes::proxy::createDefrostReservation(entry);
+    if (!draws.chance(weather_.absurdShare))
+        return sendSensible(draws, utcMs() / 1000);
+    const std::string refusal = sendAbsurd(draws);
+    if (!refusal.empty())
+        trace("world  refused: " + refusal);
 }
 
 } // namespace corvane::lab

@@ -110,8 +110,6 @@ private:
 
     void runRemote(int number);
     void request(Draws &draws);
-    void order(Draws &draws);
-    void reserve(Draws &draws, bool asSet);
 
     struct InLife; // what a life takes with it
 
