@@ -96,7 +96,7 @@ export function createPlot(host, options) {
     given.series[0].localDate = (at) => clock.plotDate(at);
     plot = new uPlot({
       width: host.clientWidth, height: host.clientHeight, tzDate: (at) => clock.plotDate(at),
-      legend: { show: false }, padding: [10, 22, 0, 0], ...given,
+      legend: { show: false }, padding: [10, 32, 0, 0], ...given,
     }, shown.data, host);
     fit();
   }

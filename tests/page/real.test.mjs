@@ -62,6 +62,7 @@ describe(`the page at ${size}, ${theme}`, () => {
     await seeText(page, "#hero-headline", /Load reduced: level 3/);
     await seeText(page, "#event-say", /Level 3: (10\smin|9\smin \d\d\ss) left/);
     await seeText(page, "#steps-total", /All steps took \d/);
+    await seeText(page, "#effect", /Average so far\d/);
     await seeText(page, "#records", /Level 3.*still open/);
     await seeText(page, "#trace", /SET_SMARTGRID_LEVEL3/);
     const share = await page.locator("#event-progress").getAttribute("aria-valuenow");

@@ -255,7 +255,7 @@ describe("what is shown", () => {
   it("CurveOfTheHourFollowsEachSecond", async () => {
     const page = await open(browser, stub.url);
     const rows = await page.evaluate(async () => {
-      const { columns } = await import("/page/views/power.js");
+      const { averagesAround, columns } = await import("/page/curves.js");
       const column = (...values) => values;
       const data = {
         stepSec: 60, at: column(600, 660, 720, 780, 840), powerWatt: column(50, null, 52, null, null),
@@ -264,9 +264,12 @@ describe("what is shown", () => {
       const sample = (at, powerWatt) => ({ at, powerWatt, fridgeCelsius: 4, freezerCelsius: -18, ambientCelsius: 22 });
       const model = { now: 842, history: { range: "hour", data }, samples: [sample(725, 60), sample(726, 61), sample(841, 20)] };
       const [at, power] = columns(model);
-      return at.map((time, place) => [time, power[place]]);
+      const averages = averagesAround({ ...model, state: { speed: 1 } }, 726);
+      return { drawn: at.map((time, place) => [time, power[place]]), averages };
     });
-    assert.deepEqual(rows, [[600, 50], [660, null], [725, 60], [726, 61], [841, 20]]);
+    assert.deepEqual(rows.drawn, [[600, 50], [660, null], [725, 60], [726, 61], [841, 20]]);
+    // A mean over time, where what is not known counts for nothing; the last point lasts for nothing yet.
+    assert.deepEqual(rows.averages, { sinceWatt: 61, beforeWatt: 50 });
   });
 
   it("TraceIsFilteredAndExportedAsFiltered", async () => {

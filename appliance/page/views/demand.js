@@ -1,6 +1,7 @@
 // Demand response: the stored event with its remaining time, the four steps from the order to the
 // report with what each took, the event's effect, and the override.
 
+import { averagesAround } from "../curves.js";
 import { byId, h, setAttribute, setData, setText, show, whenChanged } from "../dom.js";
 import { changePercent, levelName, signedPercent, span, took, watt, wattHour } from "../format.js";
 import { remaining } from "../situation.js";
@@ -84,7 +85,7 @@ function showSteps({ state, records, now, clock }) {
     setData(item, "state", step.at !== null ? "done" : isLate ? "late" : isNext ? "next" : "idle");
     if (isNext) setAttribute(item, "aria-current", "step");
     else item.removeAttribute("aria-current");
-    setText(item.querySelector(".step-level"), levelName(step.level));
+    setText(item.querySelector(".step-level"), levelName(place === 0 && step.at === null ? null : step.level));
     setText(item.querySelector(".step-time"), step.at === null ? (isNext ? "waiting" : isWaiting ? `from ${clock.when(state.demandResponse.event.startAt, now)}` : "–") : clock.time(step.at));
     const tookText = step.tookSec !== undefined ? took(step.tookSec) : isNext && Number.isFinite(waited) ? span(waited) : "";
     setText(item.querySelector(".step-took"), place === 0 ? (step.note ?? "") : tookText);
@@ -93,14 +94,27 @@ function showSteps({ state, records, now, clock }) {
   setText(byId("steps-total"), totalSec === null ? "" : `All steps took ${took(totalSec)}${virtual}.`);
 }
 
-function effectRows(record) {
+/** An open record does not know its energy yet, so the curves tell how it goes. */
+function effectSoFar(record, model) {
+  const { sinceWatt, beforeWatt } = averagesAround(model, Math.max(record.startAt, record.orderedAt ?? record.storedAt));
+  if (sinceWatt === null) return [];
+  const rows = [["Average so far", watt(sinceWatt)]];
+  if (beforeWatt !== null) {
+    rows.push(["In the hour before", watt(beforeWatt)]);
+    rows.push(["Change so far", signedPercent(changePercent({ averageWatt: sinceWatt, baselineAverageWatt: beforeWatt }))]);
+  }
+  return rows;
+}
+
+function effectRows(model) {
+  const record = lastRecord(model.records);
   if (record === null) return [];
+  if (record.open && record.averageWatt === null) return effectSoFar(record, model);
   const rows = [[record.open ? "Average in this event" : "Average in the last event", watt(record.averageWatt)]];
   if (record.baselineAverageWatt > 0) {
     const days = record.baselineDays === 1 ? "the day before" : `${record.baselineDays} days before`;
-    const change = changePercent(record);
     rows.push([`Same hours, ${days}`, watt(record.baselineAverageWatt)]);
-    rows.push(["Change", signedPercent(change)]);
+    rows.push(["Change", signedPercent(changePercent(record))]);
   } else {
     rows.push(["Energy", wattHour(record.energyDuringWh)]);
     rows.push(["Same hours before", "no day yet"]);
@@ -132,11 +146,13 @@ export function demandView(store, api) {
     show(byId("effect"), rows.length > 0);
   });
 
+  let shown = null; // the state and the records that the effect was computed of
   return (model) => {
     if (model.state === null) return;
     showEvent(model);
     showSteps(model);
-    effect(effectRows(lastRecord(model.records)));
+    if (shown === null || shown.state !== model.state || shown.records !== model.records) effect(effectRows(model));
+    shown = { state: model.state, records: model.records };
     showOverride(model.state.demandResponse, model);
   };
 }

@@ -1,6 +1,7 @@
 // The curves of the last hour, day or month: power above, temperatures below on the same time
 // axis, with events and defrost windows shaded in both.
 
+import { columns, mean } from "../curves.js";
 import { byId, setAttribute, setText } from "../dom.js";
 import { celsius, watt } from "../format.js";
 import { axes, createPlot, shade, themeColour, withAlpha } from "../plot.js";
@@ -8,39 +9,6 @@ import { axes, createPlot, shade, themeColour, withAlpha } from "../plot.js";
 const kRangeSec = { hour: 3600, day: 86400, month: 31 * 86400 };
 /** A new appliance's curves begin with what is known, but are never drawn out longer than this. */
 const kShortestSec = { hour: 300, day: 3600, month: 86400 };
-
-const kColumns = ["at", "powerWatt", "fridgeCelsius", "freezerCelsius", "ambientCelsius"];
-
-/**
- * The columns to draw: the history's steps, and in the hour the finer samples in the place of the
- * steps that they fall into. The last steps are not written yet: there the present stands instead.
- */
-export function columns({ state, history, samples, now }) {
-  const { data, range } = history;
-  if (data === null) return kColumns.map(() => []);
-  const { stepSec } = data;
-  let rows = data.at.map((at, place) => kColumns.map((name) => (name === "at" ? at : data[name][place])));
-  const fine = range === "hour" ? samples : [];
-  const covered = new Set(fine.map(({ at }) => Math.floor(at / stepSec)));
-  rows = rows.filter(([at, power]) => !covered.has(Math.floor(at / stepSec)) && (power !== null || at < now - 2 * stepSec));
-  rows.push(...fine.map((sample) => kColumns.map((name) => sample[name])));
-  rows.sort((a, b) => a[0] - b[0]);
-  if (range === "day" && now > (rows.at(-1)?.[0] ?? 0)) {
-    rows.push(kColumns.map((name) => (name === "at" ? now : state.refrigerator[name])));
-  }
-  return kColumns.map((_, place) => rows.map((row) => row[place]));
-}
-
-/** The mean over time: samples and steps last for different times. */
-function mean(at, power) {
-  let [wattSec, sec] = [0, 0];
-  for (let place = 0; place + 1 < at.length; place++) {
-    if (power[place] === null) continue;
-    wattSec += power[place] * (at[place + 1] - at[place]);
-    sec += at[place + 1] - at[place];
-  }
-  return sec > 0 ? wattSec / sec : power.at(-1);
-}
 
 function summary(at, power, range) {
   const known = power.filter((value) => value !== null);
