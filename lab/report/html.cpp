@@ -25,7 +25,7 @@ constexpr const char *kStyle = R"(
 --unspread:#f0b95f;--s0:#17212d;--s1:#1b3150;--s2:#204373;--s3:#2a5b9c;--s4:#417bc6;--s5:#6fa3e6;--s6:#b5d3ff}}
 *{box-sizing:border-box}body{margin:0;background:var(--bg);color:var(--text);
 font:15px/1.5 system-ui,"Segoe UI",Roboto,"Helvetica Neue",Arial,sans-serif;font-variant-numeric:tabular-nums}
-main{max-width:1080px;margin:0 auto;padding:28px 20px 60px}
+main{max-width:1160px;margin:0 auto;padding:28px 20px 60px}
 h1{font-size:1.6rem;line-height:1.25;margin:0 0 4px;letter-spacing:-.01em}h2{font-size:1.1rem;margin:0 0 4px}
 p{margin:0 0 8px}.muted{color:var(--muted)}
 section{background:var(--surface);border:1px solid var(--line);border-radius:12px;padding:18px 20px;margin-top:16px;
@@ -45,7 +45,7 @@ svg .strong{font-weight:600;fill:var(--text)}svg .end{text-anchor:end}svg .middl
 .shade0{fill:var(--s0)}.shade1{fill:var(--s1)}.shade2{fill:var(--s2)}.shade3{fill:var(--s3)}.shade4{fill:var(--s4)}
 .shade5{fill:var(--s5)}.shade6{fill:var(--s6)}
 .scroll{overflow-x:auto}table{border-collapse:collapse;width:100%;font-size:.9rem;margin-top:8px}
-th,td{padding:6px 10px;text-align:right;border-bottom:1px solid var(--line);white-space:nowrap}
+th,td{padding:6px 9px;text-align:right;border-bottom:1px solid var(--line);white-space:nowrap}
 th{color:var(--muted);font-weight:600;vertical-align:bottom}th:first-child,td:first-child,.left{text-align:left}
 tr.bad td{color:var(--fault)}td.words{text-align:left;white-space:normal}
 details{margin-top:10px}summary{cursor:pointer;color:var(--accent);font-weight:600}
@@ -87,7 +87,7 @@ std::string tiles(const Runs &runs, const Figures &figures) {
     } else {
         content = tile(energy(figures.savedKwh()), "saved, " + percentText(figures.savedPercent()) +
                                                        " of the whole period's use") +
-                  tile(number(figures.reducedWatt() / 1000, 3) + " kW",
+                  tile(power(figures.reducedWatt()),
                        "less in event hours, " + percentText(figures.reducedPercent())) +
                   tile(energy(figures.cameBackKwh),
                        "came back within " + std::to_string(kAfterMinutes / 60) + " hours after, " +
@@ -128,7 +128,7 @@ std::string dayCurveSection(const Runs &runs) {
                 {"with it, all returning at once", "unspread", scaled(curve.noSpread)});
     }
     for (int hour = 0; hour <= 24; hour += 3)
-        chart.ticks.push_back({hour * 60.0 / curve.binMinutes, clockText(hour % 24 * 3600)});
+        chart.ticks.push_back({hour * 60.0 / curve.binMinutes, clockText(hour * 3600)});
     for (std::size_t bin = 0; bin < curve.inEvent.size(); ++bin) {
         if (!curve.inEvent[bin])
             continue;
@@ -313,8 +313,8 @@ std::string foodSection(const Runs &runs, const std::vector<DayRow> &with) {
                    charts);
 }
 
-std::string eventRow(const PlannedEvent &event, const EventFigures &figures,
-                     const EventFate &fate) {
+std::string eventRow(const PlannedEvent &event, const EventFigures &figures, const EventFate &fate,
+                     bool showsProgramme) {
     const std::string delay =
         fate.confirmedMs == 0
             ? "–"
@@ -326,7 +326,8 @@ std::string eventRow(const PlannedEvent &event, const EventFigures &figures,
     std::string row;
     row += tag("td",
                localText(event.startMs).substr(0, 16) + "–" + localText(event.endMs).substr(11, 5));
-    row += tag("td", escaped(event.programme), "left");
+    if (showsProgramme)
+        row += tag("td", escaped(event.programme), "left");
     row += tag("td", std::to_string(event.level));
     row += tag("td", number(figures.withoutWatt, 0));
     row += tag("td", number(figures.withWatt, 0));
@@ -342,18 +343,20 @@ std::string eventRow(const PlannedEvent &event, const EventFigures &figures,
 std::string eventsSection(const Runs &runs, const Figures &figures) {
     if (runs.events.empty())
         return "";
-    std::string rows;
-    for (const char *heading : {"event, local time", "programme", "level", "without<br>W",
-                                "with<br>W", "less<br>W", "came back<br>Wh", "fridge<br>max °C",
-                                "freezer<br>max °C", "confirmed<br>after", "outcome"})
-        rows += tag(
-            "th", heading,
-            std::string(heading) == "programme" || std::string(heading) == "outcome" ? "left" : "");
-    rows = tag("thead", tag("tr", rows));
+    const bool showsProgramme = runs.scenario.programmes.size() > 1;
+    std::string headings = tag("th", "event, local time");
+    if (showsProgramme)
+        headings += tag("th", "programme", "left");
+    for (const char *heading :
+         {"level", "without<br>W", "with<br>W", "less<br>W", "came back<br>Wh", "fridge<br>max °C",
+          "freezer<br>max °C", "confirmed<br>after"})
+        headings += tag("th", heading);
+    headings += tag("th", "outcome", "left");
+    std::string rows = tag("thead", tag("tr", headings));
     for (std::size_t i = 0; i < std::min(runs.events.size(), kMostRows); ++i)
-        rows += eventRow(runs.events[i], figures.events[i], runs.with.fates[i]);
+        rows += eventRow(runs.events[i], figures.events[i], runs.with.fates[i], showsProgramme);
     std::string hint =
-        "A single evening depends on where the compressor's cycle happens to be; the average over "
+        "A single event depends on where the compressor's cycle happens to be; the average over "
         "all events is what counts. Food is followed until " +
         std::to_string(kAfterMinutes / 60) + " hours after the event.";
     if (runs.appliances > 1)

@@ -8,13 +8,14 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 
 namespace corvane::lab {
 namespace {
 
 constexpr double kWidth = 960;
 constexpr double kLeft = 58;
-constexpr double kRight = 14;
+constexpr double kRight = 24;
 constexpr int kShades = 7;
 
 std::string at(double value) { return number(value, 1); }
@@ -160,15 +161,15 @@ std::string draw(const HeatMap &map) {
     constexpr double kRow = 11;
     constexpr double kBottom = kTop + 24 * kRow;
     const double width =
-        std::min(26.0, (kWidth - kLeft - kRight) / static_cast<double>(map.columns.size()));
-    double highest = 0;
-    double lowest = 1e9;
+        std::min(36.0, (kWidth - kLeft - kRight) / static_cast<double>(map.columns.size()));
+    // The few highest hours (defrosts) share the last shade, or all others would look alike.
+    std::vector<double> values;
     for (const auto &column : map.columns)
-        for (const double value : column)
-            if (std::isfinite(value)) {
-                highest = std::max(highest, value);
-                lowest = std::min(lowest, value);
-            }
+        std::copy_if(column.begin(), column.end(), std::back_inserter(values),
+                     [](double value) { return std::isfinite(value); });
+    std::sort(values.begin(), values.end());
+    const double lowest = values.empty() ? 0 : values.front();
+    const double highest = values.empty() ? 1 : values[(values.size() - 1) * 94 / 100];
     // One path for each shade keeps a year of hours small.
     std::array<std::string, kShades> shades;
     const double step = std::max(highest - lowest, 1e-9) / kShades;
@@ -193,14 +194,14 @@ std::string draw(const HeatMap &map) {
     for (const Tick &tick : map.ticks)
         svg += text(kLeft + tick.x * width, kBottom + 18, "", tick.text);
     const double legend = kBottom + 42;
-    for (int shade = 0; shade < kShades; ++shade) {
+    for (int shade = 0; shade < kShades; ++shade) { // each labelled with where it begins
         const double x = kLeft + shade * 64;
         svg += "<rect x=\"" + at(x) + "\" y=\"" + at(legend) +
                "\" width=\"64.0\" height=\"11.0\" class=\"shade" + std::to_string(shade) + "\"/>";
-        svg += text(x, legend + 25, "", number(lowest + shade * step, 0));
+        svg += text(x, legend + 25, "", number(lowest + shade * step, digitsFor(step / 2)));
     }
-    svg += text(kLeft + kShades * 64, legend + 25, "middle", number(highest, 0));
-    svg += text(kLeft + kShades * 64 + 14, legend + 10, "", map.unit);
+    svg += text(kLeft + kShades * 64, legend + 25, "",
+                number(highest, digitsFor(step / 2)) + " and more, " + map.unit);
     return svg + "</svg>";
 }
 

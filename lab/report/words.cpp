@@ -25,6 +25,12 @@ std::string whoDraws(const Runs &runs) {
                                 : "the " + std::to_string(runs.appliances) + " refrigerators";
 }
 
+/* In kW, which is what an operator asks for, and in W while that reads better. */
+std::string reduced(double watt) {
+    const std::string kW = number(watt / 1000, watt < 1'000 ? 3 : 1) + " kW";
+    return watt < 1'000 ? power(watt) + " or " + kW : kW;
+}
+
 std::string savedSentence(const Runs &runs, const Figures &figures) {
     const std::string events =
         std::to_string(runs.events.size()) + (runs.events.size() == 1 ? " event" : " events");
@@ -40,10 +46,9 @@ std::string reducedSentence(const Runs &runs, const Figures &figures) {
     const bool isLess = figures.reducedWatt() >= 0;
     return "In the " + hours(figures.eventHours) + " of events " + whoDraws(runs) + " drew " +
            power(figures.eventWithWatt) + " on average instead of " +
-           power(figures.eventWithoutWatt) + ": " +
-           number(std::abs(figures.reducedWatt()) / 1000, 3) + " kW (" +
-           percent(std::abs(figures.reducedPercent())) + ") " + (isLess ? "less" : "more") + ", " +
-           energy(std::abs(figures.reducedKwh)) + " in all.";
+           power(figures.eventWithoutWatt) + ": " + reduced(std::abs(figures.reducedWatt())) +
+           " (" + percent(std::abs(figures.reducedPercent())) + ") " + (isLess ? "less" : "more") +
+           ", " + energy(std::abs(figures.reducedKwh)) + " in all.";
 }
 
 std::string returnSentence(const Figures &figures) {

@@ -115,17 +115,19 @@ Programme readProgramme(MemberReader &table, const std::string &defaultName) {
     const auto from = table.timeOfDay("from");
     const auto to = table.timeOfDay("to");
     const auto start = table.timeOfDay("start");
+    const std::vector<int> starts =
+        table.words("starts", R"(a list of times of day such as ["07:00", "07:30"])", secondsOf);
     const auto duration = table.length("duration", 60, kLongestEventSec);
-    if (from && to && !start && !duration) {
-        programme.startSec = *from;
+    if (from && to && !start && starts.empty() && !duration) {
+        programme.startSecs = {*from};
         programme.endSec = *to;
         if (*from == *to)
             table.refuse("to", "expected another time than from");
-    } else if (start && duration && !from && !to) {
-        programme.startSec = *start;
+    } else if (start.has_value() != !starts.empty() && duration && !from && !to) {
+        programme.startSecs = start ? std::vector{*start} : starts;
         programme.durationSec = *duration;
     } else {
-        table.refuse("", "expected either from and to, or start and duration");
+        table.refuse("", "expected either from and to, or start (or starts) and duration");
     }
     programme.leadSec = table.length("lead", 0, 20 * 3600).value_or(programme.leadSec);
     programme.limit = static_cast<int>(table.wholeNumber("limit", 1, 10'000).value_or(0));
@@ -240,12 +242,12 @@ bool holds(const DayRule &rule, const Date &date) {
            passes(rule.dates, date);
 }
 
-PlannedEvent place(const Programme &programme, const Date &date) {
+PlannedEvent place(const Programme &programme, const Date &date, int startSec) {
     PlannedEvent event;
     event.programme = programme.name;
     event.level = programme.level;
-    event.startMs = momentOf(date, programme.startSec);
-    const bool overMidnight = programme.endSec <= programme.startSec;
+    event.startMs = momentOf(date, startSec);
+    const bool overMidnight = programme.endSec <= startSec;
     event.endMs = programme.durationSec > 0
                       ? event.startMs + programme.durationSec * std::int64_t{1000}
                       : momentOf(date, programme.endSec + (overMidnight ? kDaySec : 0));
@@ -310,11 +312,11 @@ std::vector<PlannedEvent> planEvents(const Scenario &scenario) {
     for (const Programme &programme : scenario.programmes) {
         int count = 0;
         for (std::int64_t day = dayNumber(scenario.from); day <= dayNumber(scenario.to); ++day) {
-            if (!holds(programme.days, dateOfDay(day)) ||
-                (programme.limit > 0 && count == programme.limit))
+            if (!holds(programme.days, dateOfDay(day)))
                 continue;
-            events.push_back(place(programme, dateOfDay(day)));
-            ++count;
+            for (const int startSec : programme.startSecs)
+                if (programme.limit == 0 || count++ < programme.limit)
+                    events.push_back(place(programme, dateOfDay(day), startSec));
         }
     }
     std::stable_sort(events.begin(), events.end(),

@@ -32,9 +32,9 @@ struct DayRule {
 struct Programme {
     std::string name;
     DayRule days;
-    int level = 0;       // 1 to 4
-    int startSec = 0;    // local time of day
-    int endSec = 0;      // local; before the start: on the next day. Unused with durationSec.
+    int level = 0;              // 1 to 4
+    std::vector<int> startSecs; // local times of day; each begins an event
+    int endSec = 0;      // local; not after the start: on the next day. Unused with durationSec.
     int durationSec = 0; // 0: from start to end
     int leadSec = 1800;  // the order is sent so long before the start
     int limit = 0;       // so many events at most, the first ones; 0: no limit
