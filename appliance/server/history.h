@@ -51,9 +51,9 @@ struct HistoryRow {
 
 struct TraceFilter {
     std::size_t limit = 500;
-    std::optional<std::int64_t> beforeId;
-    std::string source; // empty: all
-    std::string text;   // contained, in any case; empty: all
+    std::optional<std::int64_t> beforeId{};
+    std::string source{}; // empty: all
+    std::string text{};   // contained, in any case; empty: all
 };
 
 struct Baseline {
@@ -95,7 +95,8 @@ public:
     std::optional<std::string> text(const std::string &name) const;
     std::int64_t lastTraceId() const;
     std::int64_t lastRecordId() const;
-    /* The same local hours of the days before, without those with an event or without rows. */
+    /* The same local hours of the days before, without those with an event or without rows. For a
+     * task of afterWrites(): it does not wait for writes. */
     Baseline baseline(TimeMs fromMs, TimeMs toMs) const;
 
     /* Waits for all writes and tasks that were handed over. */

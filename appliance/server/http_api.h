@@ -19,13 +19,13 @@
 namespace corvane::appliance {
 
 struct ApiRequest {
-    std::string method;
-    std::string path;
-    std::multimap<std::string, std::string> query;
-    std::string ifNoneMatch;
-    std::string contentType;
+    std::string method{};
+    std::string path{};
+    std::multimap<std::string, std::string> query{};
+    std::string ifNoneMatch{};
+    std::string contentType{};
     std::string body{};
-    std::vector<std::string> places; // what the path has where the template has {…}
+    std::vector<std::string> places{}; // what the path has where the template has {…}
 };
 
 struct ApiAnswer {

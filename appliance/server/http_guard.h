@@ -37,10 +37,10 @@ std::string readPasswordFile(const std::string &path, std::string &password);
 
 /* The headers that matter; empty texts for those that are not there. */
 struct Asker {
-    std::string host;
-    std::string origin;
-    std::string corvane; // X-Corvane
-    std::string authorization;
+    std::string host{};
+    std::string origin{};
+    std::string corvane{}; // X-Corvane
+    std::string authorization{};
     bool changesState = false;
 };
 

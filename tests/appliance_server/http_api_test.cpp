@@ -1,0 +1,146 @@
+/* The HTTP interface without a socket: an engine in a folder of its own, no service anywhere. */
+#include "http_api.h"
+
+#include "temp_folder.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <thread>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace corvane::appliance {
+namespace {
+
+using nlohmann::json;
+
+class HttpApiTest : public testing::Test {
+protected:
+    HttpApiTest() {
+        EXPECT_TRUE(store_.open({folder_.file("state"), folder_.file("run"), false}).ok());
+        std::filesystem::create_directories(folder_.file("state/appliance"));
+        history_.emplace(folder_.file("state/appliance/history.db"), clockNowMs());
+        appliance_.emplace(Appliance::Options{.seed = 1,
+                                              .speed = 1,
+                                              .version = "test",
+                                              .serviceUrl = "coap://127.0.0.1:9",
+                                              .zone = "UTC"},
+                           store_, *history_, hub_, terminal_);
+        api_.emplace(*appliance_, *history_, remote_, hub_, files_);
+        engine_ = std::thread([this] { appliance_->run(stopFd_); });
+    }
+    ~HttpApiTest() override {
+        (void)eventfd_write(stopFd_, 1);
+        engine_.join();
+        close(stopFd_);
+    }
+
+    ApiAnswer ask(const std::string &method, const std::string &path, const std::string &body = "",
+                  std::multimap<std::string, std::string> query = {}) {
+        return api_->answer({.method = method,
+                             .path = path,
+                             .query = std::move(query),
+                             .contentType = "application/json",
+                             .body = body});
+    }
+
+    TempFolder folder_;
+    int stopFd_ = eventfd(0, EFD_CLOEXEC);
+    platform::SettingsStore store_;
+    Terminal terminal_;
+    StreamHub hub_;
+    std::optional<History> history_;
+    std::optional<Appliance> appliance_;
+    RemoteSide remote_{client::parseUrl("coap://127.0.0.1:9"), std::nullopt};
+    PageFiles files_{""};
+    std::optional<HttpApi> api_;
+    std::thread engine_;
+};
+
+TEST_F(HttpApiTest, EveryRouteIsDescribedAndEveryDescriptionServed) {
+    const json openApi = json::parse(kEmbeddedOpenApi.begin, kEmbeddedOpenApi.end);
+    std::vector<std::pair<std::string, std::string>> described;
+    for (const auto &[path, methods] : openApi.at("paths").items())
+        for (const auto &[method, what] : methods.items()) {
+            std::string name = method;
+            std::transform(name.begin(), name.end(), name.begin(),
+                           [](char c) { return static_cast<char>(std::toupper(c)); });
+            described.emplace_back(name, path);
+        }
+    EXPECT_THAT(api_->routes(), testing::UnorderedElementsAreArray(described));
+}
+
+TEST_F(HttpApiTest, UnknownPathsAndMethodsAreRefused) {
+    for (const char *path : {"/none", "/api/v1/event/", "/page", "/api//v1/state", "/page/"})
+        EXPECT_EQ(ask("GET", path).status, 404) << path;
+    const ApiAnswer wrong = ask("GET", "/api/v1/event");
+    EXPECT_EQ(wrong.status, 405);
+    EXPECT_THAT(wrong.headers,
+                testing::Contains(std::pair<std::string, std::string>("Allow", "POST, DELETE")));
+}
+
+TEST_F(HttpApiTest, DoorIsOpenInTheNextState) {
+    EXPECT_EQ(ask("PUT", "/api/v1/door", R"({"compartment":"fridge","open":true})").status, 200);
+    const json state = json::parse(ask("GET", "/api/v1/state").body);
+    EXPECT_TRUE(state["refrigerator"]["doors"]["fridgeOpen"].get<bool>());
+    const json trace = json::parse(ask("GET", "/api/v1/trace", "", {{"source", "page"}}).body);
+    EXPECT_EQ(trace["entries"].back()["text"], "opened the fridge door");
+}
+
+TEST_F(HttpApiTest, FaultIsOnInTheNextStateAndAnUnknownOneIsRefused) {
+    EXPECT_EQ(ask("PUT", "/api/v1/faults/micomSilent", R"({"on":true})").status, 200);
+    const json state = json::parse(ask("GET", "/api/v1/state").body);
+    EXPECT_FALSE(state["micom"]["alive"].get<bool>());
+    EXPECT_TRUE(state["faults"][0]["on"].get<bool>());
+    EXPECT_EQ(ask("PUT", "/api/v1/faults/none", R"({"on":true})").status, 404);
+}
+
+TEST_F(HttpApiTest, DisplayButtonWritesItsKey) {
+    EXPECT_EQ(ask("PUT", "/api/v1/display/override", R"({"override":1})").status, 200);
+    platform::SettingValue value;
+    ASSERT_TRUE(store_.read(kDisplayOverrideKey, value).ok());
+    EXPECT_EQ(value, platform::SettingValue(1));
+}
+
+TEST_F(HttpApiTest, ServiceThatIsNotThereIsABadGateway) {
+    const ApiAnswer answer = ask("POST", "/api/v1/event", R"({"level":2})");
+    EXPECT_EQ(answer.status, 502);
+    const json body = json::parse(answer.body);
+    EXPECT_THAT(body["error"].get<std::string>(), testing::HasSubstr("nothing listens"));
+    EXPECT_TRUE(body["service"]["code"].is_null());
+    EXPECT_EQ(ask("GET", "/health").status, 503);
+}
+
+TEST_F(HttpApiTest, HistoryHasAStepForEachMinuteAndNullsForGaps) {
+    const std::int64_t now = clockNowMs() / 1000;
+    const std::int64_t hourAgo = now - now % 60 - 1800;
+    HistoryRow row;
+    row.atSec = hourAgo;
+    row.powerWatt = 61.23456;
+    row.windowActive = true;
+    history_->addMinute(row);
+    row.atSec += 60;
+    history_->addMinute(row);
+    const json history = json::parse(ask("GET", "/api/v1/history", "", {{"range", "hour"}}).body);
+    ASSERT_GE(history["at"].size(), 60U);
+    EXPECT_EQ(history["stepSec"], 60);
+    const auto found = std::find(history["at"].begin(), history["at"].end(), hourAgo);
+    const auto place = static_cast<std::size_t>(found - history["at"].begin());
+    EXPECT_EQ(history["powerWatt"][place], 61.235);
+    EXPECT_TRUE(history["powerWatt"][0].is_null());
+    ASSERT_EQ(history["windows"].size(), 1U);
+    EXPECT_EQ(history["windows"][0]["to"], hourAgo + 120);
+}
+
+TEST_F(HttpApiTest, BodyOfAnotherTypeIsRefused) {
+    ApiRequest request{.method = "POST",
+                       .path = "/api/v1/event",
+                       .contentType = "text/plain",
+                       .body = R"({"level":2})"};
+    EXPECT_EQ(api_->answer(request).status, 415);
+}
+
+} // namespace
+} // namespace corvane::appliance
