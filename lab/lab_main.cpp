@@ -1,6 +1,7 @@
 /*
  * corvane-lab: the laboratory's command line.
  */
+#include "commands.h"
 #include "runs.h"
 
 #include <algorithm>
@@ -25,10 +26,15 @@ constexpr const char *kUsage =
     "usage: corvane-lab explore --seeds N [--from N] [--days D] [--jobs N] [--no-weather]\n"
     "       corvane-lab replay --seed N [--days D] [--trace] [--no-weather]\n"
     "       corvane-lab replay --file FILE [--jobs N]\n"
+    "       corvane-lab run FILE [--help for its options]\n"
+    "       corvane-lab compare A B\n"
     "\n"
     "explore  lets the service live in N worlds, each drawn from a seed, and judges it\n"
     "replay   repeats one of them, or all that a file names, one \"SEED DAYS what it showed\" a "
     "line\n"
+    "run      what a scenario's programme would have done to a refrigerator, or to a fleet of "
+    "them\n"
+    "compare  sets two reports of runs side by side\n"
     "\n"
     "Status 0: no rule was broken; 1: one was; 2: wrong usage.\n";
 constexpr int kBrokenStatus = 1;
@@ -190,6 +196,8 @@ int runAll(const Wish &wish) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (const auto status = runScenarioCommand(argc, argv))
+        return *status;
     if (argc == 2 && std::string(argv[1]) == "--help") {
         std::fputs(kUsage, stdout);
         return 0;
