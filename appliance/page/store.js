@@ -28,7 +28,7 @@ export function createStore() {
   };
   const views = new Set();
   let receivedMs = 0;
-  let streamed = []; // trace entries since the stream opened
+  let streamed = null; // trace entries since the stream opened, until the trace has been fetched
   let isQueued = false;
 
   function render() {
@@ -81,12 +81,14 @@ export function createStore() {
     /** The trace as fetched, and what the stream has brought since it opened: an appliance that was
      * started anew may count its lines anew. */
     setTrace(entries) {
-      model.trace = merged(entries, streamed);
+      model.trace = merged(entries, streamed ?? []);
+      streamed = null;
       changed();
     },
     addTrace(entry) {
-      streamed.push(entry);
-      model.trace = merged(model.trace, [entry]);
+      streamed?.push(entry);
+      const isNewest = model.trace.length === 0 || entry.id > model.trace.at(-1).id;
+      model.trace = isNewest ? [...model.trace.slice(1 - kTraceKept), entry] : merged(model.trace, [entry]);
       changed();
     },
     addOlderTrace(entries) {

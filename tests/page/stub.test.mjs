@@ -278,9 +278,9 @@ describe("what is shown", () => {
     await page.selectOption("#trace-source", "metering");
     await page.waitForFunction(() => document.querySelectorAll("#trace tr").length === 1);
     await page.selectOption("#trace-source", "");
-    await page.fill("#trace-text", "smartgriddr");
+    await page.fill("#trace-text", "applied LEVEL");
     await page.waitForFunction(() => document.querySelectorAll("#trace tr").length === 1);
-    assert.equal(await page.locator("#trace-csv").getAttribute("href"), "/api/v1/trace.csv?text=smartgriddr");
+    assert.equal(await page.locator("#trace-csv").getAttribute("href"), "/api/v1/trace.csv?text=applied+LEVEL");
     await page.fill("#trace-text", "nothing like it");
     await seeText(page, "#trace-empty", /No line fits/);
   });

@@ -179,11 +179,11 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
       later(kStepsSec.confirmed - kStepsSec.commanded, () => {
         demandResponse.confirmed = { level, at: now() };
         if (isOpen()) records[0].confirmedAt = now();
-        note("micom", "out", "wrote SmartGridDrLevel", level);
+        note("micom", "out", `applied level ${level}`, level);
         later(kStepsSec.reported - kStepsSec.confirmed, () => {
           demandResponse.reported = { level, at: now() };
           if (isOpen()) records[0].reportedAt = now();
-          note("remote", "in", "notified SendDRLCNotify", level);
+          note("remote", "in", `SendDRLCNotify level ${level}`, level);
           tellAll("record", records[0]);
         });
       });
@@ -220,7 +220,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
       commandedAt: null, confirmedAt: null, reportedAt: null, endedAt: null, endedBy: null, overrides: [], energyBeforeWh: 8.6, energyDuringWh: 0,
       energyAfterWh: null, averageWatt: null, peakWatt: null, baselineAverageWatt: 48.9, baselinePeakWatt: 88.2, baselineDays: 5, defrostsHeld: 0, open: true,
     }, ...records];
-    note("page", "out", `ControlDRLC level ${level} duration ${duration}`);
+    note("remote", "out", `ordered ControlDRLC duration ${duration} level ${level}`);
     tellAll("record", records[0]);
     later(Math.max(0, from - at), () => carryOut(level));
     return { result: 1 };
@@ -228,10 +228,10 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
 
   function override(by) {
     return ({ override: on }) => {
-      note(by === "display" ? "display" : "page", "out", `override ${on}`);
+      note(by, "out", by === "display" ? `pressed override ${on ? "on" : "off"}` : `ordered ControlOverride override ${on}`);
       later(0.8, () => {
         state.demandResponse.override = on ? { on: true, by, sinceAt: now() } : { on: false, by: null, sinceAt: null };
-        note("micom", "out", "wrote SmartGridOverrideState", on);
+        note("micom", "out", `applied override ${on}`, on);
       });
       return { result: 1 };
     };
@@ -243,7 +243,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     const id = nextReservation.shift();
     if (id === undefined) throw new Refused(409, { error: "All four reservation places are taken; delete one first.", service: { code: 409, reason: "refused", error: 507 } });
     state.defrostDelay.reservations.push({ id: String(id), description, startTime, endTime, period, current: false });
-    note("page", "out", `CreateDefrostReservations ${period}`, id);
+    note("remote", "out", `ordered CreateDefrostReservations period ${period}`);
     return { result: 1, id: String(id) };
   }
 
@@ -393,8 +393,8 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
   await new Promise((resolve) => server.listen(port, "127.0.0.1", resolve));
   if (!isNew) note("service", "in", "reachable");
   note("micom", "in", "heard SET_SMARTGRID_LEVEL_NORMAL");
-  note("micom", "out", "wrote SmartGridDrLevel", 0);
-  note("metering", "in", "POST cumulativepower=7310.40 answered 204", 204);
+  note("micom", "out", "applied level 0", 0);
+  note("metering", "in", "took 0.75 Wh, answered 204", 0.75);
   const ticks = setInterval(tellState, 1000);
 
   return {

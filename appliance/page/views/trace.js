@@ -11,12 +11,12 @@ const kLoaded = 500;
 const sources = { micom: "Micom", display: "Display", remote: "Remote side", metering: "Metering", service: "Service", page: "Page" };
 const arrows = { in: "→", out: "←" };
 
-function line({ at, source, direction, text, value }, clock) {
+function line({ at, source, direction, text }, clock) {
   return h("tr", { "data-source": source },
     h("td", { className: "trace-time", title: clock.date(at) }, clock.time(at)),
     h("td", { className: "trace-source" }, h("span", { "aria-hidden": "true" }, `${arrows[direction] ?? ""} `), sources[source] ?? source,
       h("span", { className: "unseen" }, direction === "in" ? ", in" : ", out")),
-    h("td", { className: "trace-text" }, value === null || value === undefined ? text : `${text} ${value}`));
+    h("td", { className: "trace-text" }, text));
 }
 
 export function traceView(store, api) {
