@@ -523,7 +523,7 @@ std::optional<std::string> Refrigerator::compressorReason() const {
         return withTimeLeft("return is spread", memory_.returnDelaySec - memory_.returnSec);
     }
     if (wishes_.capacityLimit <= 0) {
-        return "off by level 4";
+        return "off by the level";
     }
     return std::nullopt;
 }

@@ -247,7 +247,7 @@ TEST(RefrigeratorCompressor, TellsWhyItWaits) {
     refrigerator.setLevel(4, refrigerator.at() + 50'000);
     EXPECT_EQ(refrigerator.state().compressor.reason, "minimum on time, 2:10 left");
     liveUntilCompressorTurns(refrigerator, false);
-    EXPECT_EQ(refrigerator.state().compressor.reason, "off by level 4");
+    EXPECT_EQ(refrigerator.state().compressor.reason, "off by the level");
     refrigerator.setOverride(true, refrigerator.at() + 30'000);
     EXPECT_EQ(refrigerator.state().compressor.reason, "minimum off time, 3:30 left");
     while (!refrigerator.defrost().heaterOn()) {
