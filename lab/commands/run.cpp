@@ -75,10 +75,9 @@ public:
         making_.lives += result.lives;
         if (task.withProgramme && task.spreadReturn && (isFleet_ || task.seed == firstSeed_))
             count(result);
-        if (isFleet_)
-            addToFleet(task, std::move(result));
-        else
-            pair(task, std::move(result));
+        if (runs_.events.empty())
+            place({task.seed, false, true}, result);
+        place(task, std::move(result));
     }
 
     Runs runs_;
@@ -92,6 +91,13 @@ private:
             runs_.confirmedEvents += fate.confirmedMs != 0 ? 1 : 0;
             runs_.refusedEvents += fate.acceptedMs == 0 ? 1 : 0;
         }
+    }
+
+    void place(const Task &task, RunResult result) {
+        if (isFleet_)
+            addToFleet(task, std::move(result));
+        else
+            pair(task, std::move(result));
     }
 
     void addToFleet(const Task &task, RunResult result) {
@@ -132,12 +138,15 @@ private:
     std::map<std::uint64_t, Runs> waiting_;
 };
 
-std::vector<Task> tasksOf(const Wish &wish, std::uint64_t firstSeed) {
+/* Without events both runs would be the same one. */
+std::vector<Task> tasksOf(const Wish &wish, std::uint64_t firstSeed, bool hasEvents) {
     std::vector<Task> tasks;
     const int count = std::max(wish.runs, wish.appliances);
     for (int i = 0; i < count; ++i) {
         const std::uint64_t seed = firstSeed + static_cast<std::uint64_t>(i);
         tasks.push_back({seed, true, true});
+        if (!hasEvents)
+            continue;
         tasks.push_back({seed, false, true});
         if (wish.appliances > 1)
             tasks.push_back({seed, true, false});
@@ -158,9 +167,10 @@ int run(const Wish &wish) {
     const int cores = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
     Collector collector(scenario, seed, wish.appliances);
     try {
-        runBatch(
-            scenario, tasksOf(wish, seed), wish.jobs > 0 ? wish.jobs : cores,
-            [&](const Task &task, RunResult result) { collector.take(task, std::move(result)); });
+        runBatch(scenario, tasksOf(wish, seed, !collector.runs_.events.empty()),
+                 wish.jobs > 0 ? wish.jobs : cores, [&](const Task &task, RunResult result) {
+                     collector.take(task, std::move(result));
+                 });
         collector.making_.file = wish.file;
         collector.making_.command = commandLine(wish, seed);
         collector.making_.realSec =

@@ -13,16 +13,21 @@ namespace {
 
 constexpr std::size_t kMostShown = 40;
 
+std::string bounded(std::string line) {
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return c < ' '; }, ' ');
+    return line.size() <= kMostShown ? line : line.substr(0, kMostShown) + "…";
+}
+
 /* What was written, as far as it fits into a line. */
 std::string shown(const toml::node &node) {
     if (node.is_table())
         return "a table";
+    if (const auto text = node.value_exact<std::string>())
+        return '"' + bounded(*text) + '"';
     std::ostringstream text;
     node.visit([&](const auto &value) { text << value; });
-    std::string line = text.str();
-    std::replace_if(
-        line.begin(), line.end(), [](unsigned char c) { return c < ' '; }, ' ');
-    return line.size() <= kMostShown ? line : line.substr(0, kMostShown) + "…";
+    return bounded(text.str());
 }
 
 std::string joined(const std::vector<std::string> &words) {

@@ -20,7 +20,7 @@ struct RunOptions {
     bool withProgramme = true;
     bool spreadReturn = true; // false: all appliances go back to normal at once after an event
     /* Told the share of the run that is done, 0 to 1, now and then, within the life's process. */
-    std::function<void(double)> onProgress;
+    std::function<void(double)> onProgress = {};
 };
 
 /*

@@ -1,0 +1,176 @@
+/*
+ * The folder that a run leaves: tables, figures, page, and the comparison of two of them.
+ */
+#include "made_up_runs.h"
+
+#include <report.h>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+using namespace corvane::lab;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class ReportFolder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/corvane-lab-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        folder_ = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    std::string write(const std::string &name, const Runs &runs) {
+        writeFolder(folder_ + "/" + name, runs, figuresOf(runs), {}, {});
+        return folder_ + "/" + name;
+    }
+
+    std::string folder_;
+};
+
+std::string content(const std::string &file) {
+    std::ostringstream text;
+    text << std::ifstream(file).rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> lines(const std::string &text) {
+    std::vector<std::string> all;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        all.push_back(line);
+    return all;
+}
+
+TEST(EventsCsv, HasALineForEachEvent) {
+    const Runs runs = madeUpRuns();
+    const auto rows = lines(eventsCsv(runs, figuresOf(runs)));
+    ASSERT_EQ(rows.size(), 3U);
+    EXPECT_EQ(rows[1], "evening,3,2026-06-01 18:00:00,2026-06-01 20:00:00,2026-06-01T18:00:00Z,"
+                       "2026-06-01 17:30:00,1,2026-06-01 18:00:00,2026-06-01 18:00:02,"
+                       "2026-06-01 20:00:01,confirmed,40.0,100.0,60.0,0.0600,3.00,-18.00");
+}
+
+TEST(EventsCsv, QuotesWhatHoldsACommaOrAQuote) {
+    Runs runs = madeUpRuns();
+    runs.events[0].programme = "a, \"b\"";
+    EXPECT_THAT(lines(eventsCsv(runs, figuresOf(runs)))[1], HasSubstr("\"a, \"\"b\"\"\",3,"));
+}
+
+TEST(EventsCsv, LeavesTheTimesOfWhatDidNotHappenEmpty) {
+    Runs runs = madeUpRuns();
+    runs.with.fates[0] = {.attempts = 4};
+    EXPECT_THAT(lines(eventsCsv(runs, figuresOf(runs)))[1], HasSubstr("Z,,4,,,,refused,"));
+}
+
+TEST(HoursCsv, HasALineForEachHour) {
+    const auto rows = lines(hoursCsv(madeUpRuns()));
+    ASSERT_EQ(rows.size(), 49U);
+    EXPECT_EQ(rows[19], "2026-06-01 18:00:00,2026-06-01T18:00:00Z,40.00,100.00,3,3.00,-18.00,3.00,"
+                        "-18.00,0,0");
+}
+
+TEST(FiguresJson, HoldsTheAnswer) {
+    const Runs runs = madeUpRuns();
+    const auto json = nlohmann::json::parse(figuresJson(runs, figuresOf(runs)));
+    EXPECT_EQ(json["title"], "Made up");
+    EXPECT_NEAR(json["savedKwh"].get<double>(), 0.12, 1e-9);
+    EXPECT_NEAR(json["reducedWatt"].get<double>(), 60, 1e-6);
+    EXPECT_EQ(json["eventsConfirmed"], 2);
+}
+
+TEST(ReportPage, BeginsWithTheAnswerAndNeedsNothingElse) {
+    const Runs runs = madeUpRuns();
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    const std::size_t answerAt = page.find("The 2 events saved 0.12 kWh");
+    ASSERT_NE(answerAt, std::string::npos);
+    EXPECT_LT(answerAt, page.find("<svg"));
+    EXPECT_THAT(page, Not(HasSubstr("<script")));
+    EXPECT_THAT(page, Not(HasSubstr("http")));
+    EXPECT_THAT(page, Not(HasSubstr("nan")));
+    EXPECT_THAT(page, Not(HasSubstr(">inf")));
+}
+
+TEST(ReportPage, MakesHarmlessWhatAScenarioSays) {
+    Runs runs = madeUpRuns();
+    runs.scenario.title = "<img src=x>";
+    runs.events[0].programme = "<b>";
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    EXPECT_THAT(page, Not(HasSubstr("<img")));
+    EXPECT_THAT(page, HasSubstr("&lt;img src=x&gt;"));
+    EXPECT_THAT(page, Not(HasSubstr("<b>evening")));
+}
+
+TEST_F(ReportFolder, HoldsAllFourFiles) {
+    const std::string folder = write("a", madeUpRuns());
+    for (const char *name : {"report.html", "events.csv", "hours.csv", "figures.json"})
+        EXPECT_FALSE(content(folder + "/" + name).empty()) << name;
+}
+
+TEST_F(ReportFolder, ThatCannotBeMadeIsRefusedWithWhatToDo) {
+    const Runs runs = madeUpRuns();
+    std::ofstream(folder_ + "/file") << "in the way";
+    try {
+        write("file/a", runs);
+        FAIL() << "written";
+    } catch (const std::runtime_error &error) {
+        EXPECT_THAT(error.what(), HasSubstr("give another folder with --out"));
+    }
+}
+
+TEST_F(ReportFolder, ComparesWithAnother) {
+    Runs other = madeUpRuns();
+    for (Minute &minute : other.with.minutes)
+        minute.watt -= 10;
+    const std::string a = write("a", madeUpRuns());
+    const std::string b = write("b", other);
+    const std::string text = compareText(a, b);
+    EXPECT_THAT(text, HasSubstr("saved, kWh                                0.12        0.60        "
+                                "0.48\n"));
+    EXPECT_THAT(text, Not(HasSubstr("Note:")));
+    const auto json = nlohmann::json::parse(compareJson(a, b));
+    EXPECT_NEAR(json["difference"]["savedKwh"].get<double>(), 0.48, 1e-6);
+}
+
+TEST_F(ReportFolder, ComparedWithAnotherSeedSaysThatTheyDiffer) {
+    Runs other = madeUpRuns();
+    other.with.seed = 2;
+    EXPECT_THAT(compareText(write("a", madeUpRuns()), write("b", other)),
+                HasSubstr("Note: they differ in \"seed\""));
+}
+
+TEST_F(ReportFolder, WithoutFiguresIsNotCompared) {
+    const std::string a = write("a", madeUpRuns());
+    std::filesystem::create_directory(folder_ + "/empty");
+    EXPECT_THROW((void)compareText(a, folder_ + "/empty"), std::runtime_error);
+    std::ofstream(folder_ + "/empty/figures.json") << "{\"energyKwh\"";
+    EXPECT_THROW((void)compareText(a, folder_ + "/empty"), std::runtime_error);
+}
+
+TEST(RunBytes, GiveTheSameRunBack) {
+    RunResult run = madeUpRuns().with;
+    run.notes.push_back({12, NoteKind::Fault, true, "kill"});
+    run.lives = 3;
+    const RunResult back = resultFromBytes(toBytes(run));
+    EXPECT_EQ(back.minutes.size(), run.minutes.size());
+    EXPECT_EQ(back.minutes[18 * 60].watt, 40);
+    EXPECT_EQ(back.fates, run.fates);
+    EXPECT_EQ(back.notes.at(0).text, "kill");
+    EXPECT_EQ(back.lives, 3);
+}
+
+TEST(RunBytes, ThatAreCutAreRefused) {
+    const std::string bytes = toBytes(madeUpRuns().with);
+    EXPECT_THROW((void)resultFromBytes(bytes.substr(0, bytes.size() - 1)), std::runtime_error);
+    EXPECT_THROW((void)resultFromBytes("not a run at all"), std::runtime_error);
+    EXPECT_THROW((void)resultFromBytes(bytes + "x"), std::runtime_error);
+}
+
+} // namespace
