@@ -51,32 +51,44 @@ export function axes(unit, isLast = true) {
   ];
 }
 
-/** Draws each span { from, to, colour, label? } over the plot's whole height. */
+function inPlot(plot, draw) {
+  const { ctx, bbox } = plot;
+  ctx.save();
+  ctx.beginPath();
+  ctx.rect(bbox.left, bbox.top, bbox.width, bbox.height);
+  ctx.clip();
+  draw(ctx, bbox, devicePixelRatio);
+  ctx.restore();
+}
+
+/** Shades each span { from, to, fill, edge, label? } behind the curves, and labels it above them. */
 export function shade(spansOf) {
+  const place = (plot, { from, to }, pixel) => {
+    const left = plot.valToPos(from, "x", true);
+    return { left, width: Math.max(2 * pixel, plot.valToPos(to, "x", true) - left) };
+  };
   return {
     hooks: {
-      drawClear: (plot) => {
-        const { ctx, bbox } = plot;
-        ctx.save();
-        ctx.beginPath();
-        ctx.rect(bbox.left, bbox.top, bbox.width, bbox.height);
-        ctx.clip();
-        for (const { from, to, fill, edge, label } of spansOf()) {
-          const left = plot.valToPos(from, "x", true);
-          const width = Math.max(2 * devicePixelRatio, plot.valToPos(to, "x", true) - left);
-          ctx.fillStyle = fill;
+      drawClear: (plot) => inPlot(plot, (ctx, bbox, pixel) => {
+        for (const span of spansOf()) {
+          const { left, width } = place(plot, span, pixel);
+          ctx.fillStyle = span.fill;
           ctx.fillRect(left, bbox.top, width, bbox.height);
-          ctx.fillStyle = edge;
-          ctx.fillRect(left, bbox.top, width, 3 * devicePixelRatio);
-          if (label && width > 18 * devicePixelRatio) {
-            ctx.font = kFont.replace("12px", `${12 * devicePixelRatio}px`);
-            ctx.textBaseline = "top";
-            ctx.textAlign = "left";
-            ctx.fillText(label, left + 4 * devicePixelRatio, bbox.top + 6 * devicePixelRatio);
-          }
+          ctx.fillStyle = span.edge;
+          ctx.fillRect(left, bbox.top, width, 3 * pixel);
         }
-        ctx.restore();
-      },
+      }),
+      draw: (plot) => inPlot(plot, (ctx, bbox, pixel) => {
+        ctx.font = kFont.replace("12px", `${12 * pixel}px`);
+        ctx.textBaseline = "top";
+        ctx.textAlign = "left";
+        for (const span of spansOf()) {
+          const { left, width } = place(plot, span, pixel);
+          if (!span.label || width < 24 * pixel) continue;
+          ctx.fillStyle = span.edge;
+          ctx.fillText(span.label, Math.max(left, bbox.left) + 6 * pixel, bbox.top + 7 * pixel);
+        }
+      }),
     },
   };
 }
