@@ -182,6 +182,11 @@ void Judge::see(const Entry &entry) {
     }
 }
 
+bool Judge::explainsEndlessInsert() const {
+    return sqlTable_ == kDrTable && startsWith(std::string(handling_), "ControlDRLC(") &&
+           eyes_->storeFailures() != failuresAtRequest_;
+}
+
 void Judge::clockWasTouched() {
     clockTouchedMs_ = eyes_->nowMs();
     gateOpenMs_ = -1;
@@ -242,7 +247,6 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
             broken("the remote side hears of every change of the level", "one was not notified");
         levelKey_ = number;
         levelUnannounced_ = true;
-        levelDoubtful_ = false;
     } else if (key == kOverrideKey) {
         if (overrideUnannounced_)
             broken("the remote side hears of every change of the override", "one was not notified");
@@ -270,7 +274,7 @@ void Judge::micomWrites(const std::string &key, int) {
     const std::int64_t now = eyes_->nowMs();
     // The follower of the one before may not have run yet: it waits a second, and longer while the
     // metering service holds up the task thread.
-    levelDoubtful_ = levelDoubtful_ || now - echoMs_ < 30'000 || eyes_->isMeteringTroubled();
+    levelDoubtful_ = now - echoMs_ < 30'000 || eyes_->isMeteringTroubled() || cyclesDue_ > 1;
     echoMs_ = now;
 }
 

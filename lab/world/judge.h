@@ -62,6 +62,10 @@ public:
     void calm(int micomLevel);
     void terminated(const std::string &leftThreads, std::int64_t tookMs);
 
+    /* Whether the service may be caught in inserting an event: the database failed while the order
+     * emptied the table, and so the old row is still in the way. */
+    bool explainsEndlessInsert() const;
+
     std::uint64_t steps() const { return steps_; }
 
 private:

@@ -33,8 +33,9 @@ constexpr std::int64_t kDayMs = 24 * kHourMs;
 constexpr std::int64_t kNever = INT64_MAX;
 constexpr std::int64_t kCalmLastsMs = 12 * kHourMs;
 constexpr std::int64_t kSettlesMs = 30 * 60 * kSecMs;
-constexpr std::size_t kLinesKept = 120;
-constexpr int kBroken = 3; // exit status of a life
+constexpr std::size_t kLinesKept = 40;
+constexpr int kStandstill = 2'000; // statements in no time
+constexpr int kBroken = 3;         // exit status of a life
 
 constexpr const char *kZones[] = {"UTC",        "Europe/Berlin",    "America/New_York",
                                   "Asia/Seoul", "Pacific/Auckland", "Australia/Lord_Howe"};
@@ -75,7 +76,7 @@ std::int64_t World::nowMs() const {
 
 std::int64_t World::utcMs() const { return weather_.startSec * kSecMs + nowMs() + clockErrorMs_; }
 
-void World::trace(const std::string &line) {
+void World::trace(const std::string &line, bool isKept) {
     char head[80];
     std::snprintf(head, sizeof head, "%10.3f  %s  ", static_cast<double>(nowMs()) / 1000,
                   utcText(utcMs()).c_str());
@@ -84,6 +85,8 @@ void World::trace(const std::string &line) {
         hash_ = (hash_ ^ static_cast<unsigned char>(character)) * 0x100000001b3U;
     if (setup_.printsTrace && life_ != nullptr)
         dprintf(life_->realOutput, "%s\n", text.c_str());
+    if (!isKept)
+        return;
     if (lastLines_.size() == kLinesKept) {
         lastLines_.push_back(std::move(lastLines_.front()));
         lastLines_.pop_front();
@@ -117,7 +120,8 @@ void World::crashed(const std::string &how) {
 void World::observe(const fakes::Entry &entry) {
     static constexpr const char *kKinds[] = {"log",   "set",    "watch",   "loop", "wifi",
                                              "proxy", "notify", "request", "post", "sql"};
-    trace(std::string(kKinds[static_cast<int>(entry.kind)]) + "  " + entry.text);
+    trace(std::string(kKinds[static_cast<int>(entry.kind)]) + "  " + entry.text,
+          entry.kind != fakes::Kind::Log && entry.kind != fakes::Kind::Proxy);
     constexpr std::string_view kCommand = "memory/refrigerator/TxMessage=";
     if (entry.kind == fakes::Kind::Setting &&
         entry.text.compare(0, kCommand.size(), kCommand) == 0) {
@@ -127,8 +131,28 @@ void World::observe(const fakes::Entry &entry) {
         life_->bodyWakes.notify_one();
     }
     judge_.see(entry);
+    watchForStandstill(entry);
     if (entry.kind == fakes::Kind::Post && !life_->appliance->takesFigure(entry.text, trueMs()))
         broken("the metering service can read the figure", entry.text);
+}
+
+/* A loop in which no time passes never ends here; outside, the watchdog ends it. */
+void World::watchForStandstill(const fakes::Entry &entry) {
+    if (entry.kind != fakes::Kind::Sql)
+        return;
+    if (statementsMs_ != nowMs()) {
+        statementsMs_ = nowMs();
+        statementsNow_ = 0;
+    }
+    if (++statementsNow_ < kStandstill)
+        return;
+    if (!judge_.explainsEndlessInsert())
+        broken("a failing statement is attempted ten times", entry.text);
+    trace("world  the watchdog ends a service that is stuck");
+    statementsNow_ = 0;
+    nextEnd_ = EndOfLife::Kill;
+    endLife();
+    _exit(0);
 }
 
 std::uint64_t World::storeFailures() const {
@@ -157,7 +181,6 @@ void World::plan() {
     planNext(kDatabaseTrouble, weather_.databaseHours);
     planNext(kMeteringTrouble, weather_.meteringHours);
     nextMs_[kCalmBegins] = calmMs_;
-    nextMs_[kCalmChecked] = calmMs_ + kSettlesMs;
     nextMs_[kRunEnds] = endMs_;
 }
 
@@ -499,6 +522,7 @@ void World::troubleMetering() {
 void World::beginCalm() {
     isCalm_ = true;
     nextMs_[kCalmBegins] = kNever;
+    nextMs_[kCalmChecked] = nowMs() + kSettlesMs;
     for (const Actor actor : {kClockJumps, kZoneChanges, kMicomTrouble, kMicomRestarts, kDisplay,
                               kDatabaseTrouble, kMeteringTrouble, kLifeEnds})
         nextMs_[actor] = kNever;

@@ -93,7 +93,8 @@ private:
     void act(Actor actor);
     void waitUntil(std::int64_t timeMs);
     void observe(const fakes::Entry &entry);
-    void trace(const std::string &line);
+    /* isKept: among the last lines, which a broken run prints. */
+    void trace(const std::string &line, bool isKept = true);
     void planAppliance();
     void advanceAppliance();
     void changeClock();
@@ -103,6 +104,7 @@ private:
     void troubleMetering();
     void beginCalm();
     bool endLife();
+    void watchForStandstill(const fakes::Entry &entry);
     EndOfLife drawEnd();
     void terminate();
     void keepSettings();
@@ -136,6 +138,8 @@ private:
     EndOfLife nextEnd_ = EndOfLife::Terminate;
     int storm_ = 0; // lives that still end within seconds
     bool isRunOver_ = false;
+    int statementsNow_ = 0; // SQL statements since time has last moved
+    std::int64_t statementsMs_ = 0;
     int lives_ = 0;
     std::uint64_t hash_ = 0xcbf29ce484222325U;
     std::pmr::deque<std::pmr::string> lastLines_;
