@@ -10,7 +10,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr TimeMs kDayMs = 86'400'000;
 /* A command that is not confirmed by then is worth a word. */
 constexpr TimeMs kConfirmedWithinMs = 20'000;
 

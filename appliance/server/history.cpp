@@ -189,10 +189,33 @@ void History::flush() const {
         written.get_future().wait();
 }
 
-History::Connection History::reader() const {
-    flush(); // what was handed over before is to be seen
-    return open(SQLITE_OPEN_READONLY);
-}
+class History::Reader {
+public:
+    explicit Reader(const History &history) : history_(history), connection_(nullptr, nullptr) {
+        history_.flush(); // what was handed over before is to be seen
+        history_.places_.acquire();
+        try {
+            connection_ = history_.open(SQLITE_OPEN_READONLY);
+        } catch (...) {
+            history_.places_.release();
+            throw;
+        }
+    }
+    ~Reader() {
+        connection_.reset();
+        history_.places_.release();
+    }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+
+    sqlite3 *get() const { return connection_.get(); }
+
+private:
+    const History &history_;
+    Connection connection_;
+};
+
+History::Reader History::reader() const { return Reader(*this); }
 
 // ---- writing ------------------------------------------------------------------------------------
 
@@ -289,7 +312,7 @@ void History::afterWrites(TaskThread::Task task) {
 // ---- reading ------------------------------------------------------------------------------------
 
 std::vector<HistoryRow> History::rows(std::int64_t fromSec, std::int64_t toSec, int stepSec) const {
-    const Connection database = reader();
+    const Reader database = reader();
     Statement minutes(database.get(), "SELECT * FROM minute WHERE at >= ? AND at < ? ORDER BY at");
     minutes.bind(fromSec).bind(toSec);
     std::vector<HistoryRow> steps;
@@ -308,27 +331,25 @@ std::vector<HistoryRow> History::rows(std::int64_t fromSec, std::int64_t toSec, 
     return steps;
 }
 
-std::vector<TraceEntry> History::trace(const TraceFilter &filter) const {
-    const Connection database = reader();
+void History::trace(const TraceFilter &filter,
+                    const std::function<void(const TraceEntry &entry)> &take) const {
+    const Reader database = reader();
     Statement entries(database.get(),
-                      "SELECT * FROM trace WHERE id < ? AND (?2 = '' OR source = ?2)"
+                      "SELECT * FROM (SELECT * FROM trace WHERE id < ? AND (?2 = '' OR source = ?2)"
                       " AND (?3 = '' OR instr(lower(text), lower(?3)) > 0)"
-                      " ORDER BY id DESC LIMIT ?4");
+                      " ORDER BY id DESC LIMIT ?4) ORDER BY id");
     entries.bind(filter.beforeId.value_or(INT64_MAX))
         .bind(filter.source)
         .bind(filter.text)
         .bind(static_cast<std::int64_t>(filter.limit));
-    std::vector<TraceEntry> found;
     while (entries.step())
-        found.push_back({entries.integer(0), entries.integer(1), entries.text(2), entries.text(3),
-                         entries.text(4),
-                         entries.isNull(5) ? std::nullopt : std::optional(entries.number(5))});
-    std::reverse(found.begin(), found.end());
-    return found;
+        take({entries.integer(0), entries.integer(1), entries.text(2), entries.text(3),
+              entries.text(4),
+              entries.isNull(5) ? std::nullopt : std::optional(entries.number(5))});
 }
 
 std::vector<EventRecord> History::records(std::size_t limit) const {
-    const Connection database = reader();
+    const Reader database = reader();
     Statement rows(database.get(), "SELECT json FROM record ORDER BY id DESC LIMIT ?");
     rows.bind(static_cast<std::int64_t>(limit));
     std::vector<EventRecord> found;
@@ -343,7 +364,7 @@ std::vector<EventRecord> History::records(std::size_t limit) const {
 }
 
 std::optional<std::string> History::text(const std::string &name) const {
-    const Connection database = reader();
+    const Reader database = reader();
     Statement row(database.get(), "SELECT text FROM saved WHERE name = ?");
     row.bind(name);
     return row.step() ? std::optional(row.text(0)) : std::nullopt;

@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -68,6 +69,8 @@ public:
     static constexpr std::int64_t kTraceEntries = 100'000;
     static constexpr std::int64_t kRecords = 1'000;
     static constexpr int kBaselineDays = 10;
+    /* So many reads run at a time, so that a crowd of pages costs time and not memory. */
+    static constexpr int kReaders = 3;
 
     /* Opens or makes the file; throws HistoryError. Rows from after nowMs are those of a clock that
      * has since gone back; they are dropped. */
@@ -88,8 +91,9 @@ public:
     // ---- reads, from any thread; throw HistoryError ----
     /* The rows of [fromSec, toSec) gathered in steps of stepSec, a multiple of 60. */
     std::vector<HistoryRow> rows(std::int64_t fromSec, std::int64_t toSec, int stepSec) const;
-    /* Newest last. */
-    std::vector<TraceEntry> trace(const TraceFilter &filter) const;
+    /* Newest last, one by one: nobody needs thousands of them at once. */
+    void trace(const TraceFilter &filter,
+               const std::function<void(const TraceEntry &entry)> &take) const;
     /* Newest first. */
     std::vector<EventRecord> records(std::size_t limit) const;
     std::optional<std::string> text(const std::string &name) const;
@@ -110,8 +114,11 @@ private:
     using Connection = std::unique_ptr<sqlite3, int (*)(sqlite3 *)>;
     using Write = std::function<void(sqlite3 *)>;
 
+    /* A reader's connection, and its place among those that may read at a time. */
+    class Reader;
+
     Connection open(int flags) const;
-    Connection reader() const;
+    Reader reader() const;
     void write(Write action);
     void prune(std::int64_t newestSec);
 
@@ -120,6 +127,7 @@ private:
     std::int64_t lastPruneSec_ = 0; // likewise
     std::atomic<bool> failing_ = false;
     mutable TaskThread thread_;
+    mutable std::counting_semaphore<kReaders> places_{kReaders};
 };
 
 } // namespace corvane::appliance

@@ -113,14 +113,6 @@ TraceFilter filterOf(const ApiRequest &request, std::size_t fallback, std::size_
     return filter;
 }
 
-/* Put together entry by entry: a tree of all of them would be ten times as large. */
-std::string entriesText(const std::vector<TraceEntry> &entries) {
-    std::string list;
-    for (const TraceEntry &entry : entries)
-        list += (list.empty() ? "" : ",") + dump(traceJson(entry));
-    return "{\"entries\":[" + list + "]}";
-}
-
 void offerAsFile(ApiAnswer &answer, const std::string &name) {
     answer.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + name + "\"");
 }
@@ -352,17 +344,21 @@ ApiAnswer HttpApi::energy(const ApiRequest &request) const {
 
 ApiAnswer HttpApi::trace(const ApiRequest &request) const {
     const bool isExport = request.path != "/api/v1/trace";
-    const auto entries =
-        history_.trace(filterOf(request, isExport ? kMostExported : kDefaultEntries,
-                                isExport ? kMostExported : kMostEntries));
+    const TraceFilter filter = filterOf(request, isExport ? kMostExported : kDefaultEntries,
+                                        isExport ? kMostExported : kMostEntries);
     ApiAnswer answer;
     if (request.path.ends_with(".csv")) {
-        answer.body = traceCsv(entries);
+        answer.body = traceCsvHead();
+        history_.trace(filter, [&](const TraceEntry &entry) { answer.body += traceCsv(entry); });
         answer.type = "text/csv; charset=utf-8";
         offerAsFile(answer, "corvane-trace.csv");
         return answer;
     }
-    answer.body = entriesText(entries);
+    // As text at once: a tree of all entries would be ten times as large.
+    history_.trace(filter, [&](const TraceEntry &entry) {
+        answer.body += (answer.body.empty() ? "" : ",") + dump(traceJson(entry));
+    });
+    answer.body = "{\"entries\":[" + answer.body + "]}";
     if (isExport)
         offerAsFile(answer, "corvane-trace.json");
     return answer;

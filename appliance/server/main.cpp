@@ -31,6 +31,7 @@ namespace corvane::appliance {
 namespace {
 
 constexpr const char *kFolder = "/appliance";
+constexpr int kLargeAnswer = 64 * 1024; // bytes
 
 void require(const platform::Status &status) {
     if (!status.ok())
@@ -201,8 +202,11 @@ int run(const std::vector<std::string> &arguments, char *name) {
         const platform::Folders folders = prepareFolders();
         if (options.speed != 0)
             liveByNewClock(options, folders, arguments, name);
-        // Threads that only wait should not each keep a heap of their own.
+        // Threads that only wait should not each keep a heap of their own, and large answers
+        // should go back to the system.
         mallopt(M_ARENA_MAX, 2);
+        mallopt(M_MMAP_THRESHOLD, kLargeAnswer);
+        mallopt(M_TRIM_THRESHOLD, kLargeAnswer);
         signal(SIGPIPE, SIG_IGN);
         const client::StopSignal stop;
         live(options, folders, stop.fd());

@@ -42,15 +42,13 @@ std::string utcText(TimeMs atMs) {
     return text.data();
 }
 
-std::string traceCsv(const std::vector<TraceEntry> &entries) {
-    std::string csv = "id,at,utc,source,direction,text,value\r\n";
-    for (const TraceEntry &entry : entries) {
-        csv += std::to_string(entry.id) + ',' + nlohmann::json(secondsOf(entry.atMs)).dump() + ',' +
-               utcText(entry.atMs) + ',' + entry.source + ',' + entry.direction + ',' +
-               csvField(entry.text) + ',' +
-               (entry.value ? nlohmann::json(*entry.value).dump() : "") + "\r\n";
-    }
-    return csv;
+std::string traceCsvHead() { return "id,at,utc,source,direction,text,value\r\n"; }
+
+std::string traceCsv(const TraceEntry &entry) {
+    return std::to_string(entry.id) + ',' + nlohmann::json(secondsOf(entry.atMs)).dump() + ',' +
+           utcText(entry.atMs) + ',' + entry.source + ',' + entry.direction + ',' +
+           csvField(entry.text) + ',' + (entry.value ? nlohmann::json(*entry.value).dump() : "") +
+           "\r\n";
 }
 
 } // namespace corvane::appliance

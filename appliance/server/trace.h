@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -26,8 +25,9 @@ struct TraceEntry {
 
 nlohmann::ordered_json traceJson(const TraceEntry &entry);
 
-/* RFC 4180, with a line of names. */
-std::string traceCsv(const std::vector<TraceEntry> &entries);
+/* RFC 4180: the line of names, and that of an entry. */
+std::string traceCsvHead();
+std::string traceCsv(const TraceEntry &entry);
 
 /* The moment as seconds with three decimals at most, as all of the HTTP interface tells it. */
 double secondsOf(TimeMs atMs);

@@ -35,6 +35,12 @@ TraceEntry entry(std::int64_t id, const std::string &source, const std::string &
     return {id, kNow * 1000 + id, source, "in", text, std::nullopt};
 }
 
+std::vector<TraceEntry> traceOf(const History &history, const TraceFilter &filter) {
+    std::vector<TraceEntry> found;
+    history.trace(filter, [&](const TraceEntry &each) { found.push_back(each); });
+    return found;
+}
+
 class HistoryTest : public testing::Test {
 protected:
     std::string path() const { return folder_.file("history.db"); }
@@ -104,7 +110,7 @@ TEST_F(HistoryTest, OldRowsAndEntriesAreDropped) {
     history.addTrace(entry(History::kTraceEntries + 1, "micom", "new"));
     history.addMinute(minuteAt(kNow));
     EXPECT_THAT(history.rows(0, kNow + 60, 60), SizeIs(1));
-    const auto trace = history.trace({});
+    const auto trace = traceOf(history, {});
     ASSERT_THAT(trace, SizeIs(1));
     EXPECT_EQ(trace[0].text, "new");
 }
@@ -116,7 +122,7 @@ TEST_F(HistoryTest, TraceIsFilteredNewestLast) {
     history.addTrace(entry(3, "micom", "applied level 3"));
     const auto ids = [&](const TraceFilter &filter) {
         std::vector<std::int64_t> found;
-        for (const TraceEntry &each : history.trace(filter))
+        for (const TraceEntry &each : traceOf(history, filter))
             found.push_back(each.id);
         return found;
     };
