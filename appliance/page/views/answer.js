@@ -2,6 +2,8 @@
 
 import { setData, setText } from "../dom.js";
 
+const kShownMs = 10_000; // a success is news for so long; a refusal stays until something else is asked
+
 export function tell(answer, kind, text) {
   setData(answer, "kind", kind);
   setText(answer, text);
@@ -16,7 +18,11 @@ export async function ask(button, answer, work, done) {
   button.ariaDisabled = "true"; // unlike disabled, it keeps the keyboard's focus
   tell(answer, "busy", "Sending …");
   try {
-    tell(answer, "ok", done(await work()));
+    const text = done(await work());
+    tell(answer, "ok", text);
+    setTimeout(() => {
+      if (answer.dataset.kind === "ok" && answer.textContent === text) tell(answer, "ok", "");
+    }, kShownMs);
     return null;
   } catch (refusal) {
     tell(answer, "refused", refusal.message);

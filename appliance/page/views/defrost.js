@@ -5,7 +5,7 @@ import { byId, h, setAttribute, setData, setText, show, whenChanged } from "../d
 import { secondsOf, span } from "../format.js";
 import { ask } from "./answer.js";
 
-const kMonths = ["January", "February", "March", "April", "May", "June", "July", "August", "September", "October", "November", "December"];
+const kMonths = ["Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"];
 const kOwnIds = ["0", "1"]; // the seasons, which only the service itself keeps
 
 function say({ enabled, active }, { event }, reservations, windows, now, clock) {
@@ -42,7 +42,7 @@ function strips({ days, windows }, clock) {
     hours);
 }
 
-const dayOf = (text) => `${Number(text.slice(8, 10))} ${kMonths[Number(text.slice(5, 7)) - 1]?.slice(0, 3) ?? "?"}`;
+const dayOf = (text) => `${Number(text.slice(8, 10))} ${kMonths[Number(text.slice(5, 7)) - 1] ?? "?"}`;
 
 function reservationItem(reservation, remove) {
   const { id, description, startTime, endTime, period, current } = reservation;

@@ -96,7 +96,7 @@ function showSteps({ state, records, now, clock }) {
 
 /** An open record does not know its energy yet, so the curves tell how it goes. */
 function effectSoFar(record, model) {
-  const { sinceWatt, beforeWatt } = averagesAround(model, Math.max(record.startAt, record.orderedAt ?? record.storedAt));
+  const { sinceWatt, beforeWatt } = averagesAround(model, Math.max(record.startAt, Math.floor(record.orderedAt ?? record.storedAt)));
   if (sinceWatt === null) return [];
   const rows = [["Average so far", watt(sinceWatt)]];
   if (beforeWatt !== null) {

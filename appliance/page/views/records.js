@@ -12,7 +12,7 @@ function overrideText(overrides, clock) {
 }
 
 function row(record, clock) {
-  const start = Math.max(record.startAt, record.orderedAt ?? record.storedAt);
+  const start = Math.max(record.startAt, Math.floor(record.orderedAt ?? record.storedAt)); // the service counts whole seconds
   const end = record.endedAt ?? record.plannedEndAt;
   const ending = record.open ? "still open" : (endings[record.endedBy] ?? "ended");
   const cell = (label, text, hint = null, numeric = false) =>
