@@ -23,6 +23,7 @@ constexpr const char *kLevelKey = "db/corvane/dr/level";
 constexpr const char *kOverrideKey = "db/corvane/dr/override";
 constexpr const char *kEnableKey = "db/corvane/defrost/status";
 constexpr const char *kActiveKey = "db/corvane/defrost/activate";
+constexpr const char *kOverrideEchoKey = "memory/refrigerator/SmartGridOverrideState";
 constexpr const char *kDisplayOverrideKey = "db/corvane/dr/micom_override";
 
 constexpr const char *kLevelCommands[] = {"SET_SMARTGRID_LEVEL_NORMAL", "SET_SMARTGRID_LEVEL1",
@@ -133,6 +134,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     heldCommand_ = notifiedLevel_ = notifiedBlock_ = notifiedEnable_ = notifiedOverride_ =
         std::nullopt;
     levelUnannounced_ = enableUnannounced_ = overrideUnannounced_ = false;
+    micomOverride_ = -1;
     zeroEchoes_ = 0;
     levelDoubtful_ = false;
     sqlTable_ = kNoTable;
@@ -149,7 +151,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     eventDoubtful_ = eventLost_ = reservationsDoubtful_ = false;
     isCounterOfLastLife_ = true;
     activeSinceMs_ = overSinceMs_ = blockWrongSinceMs_ = heldWrongSinceMs_ = notHeldSinceMs_ =
-        bothSinceMs_ = levelLeftSinceMs_ = energyWrongSinceMs_ = -1;
+        bothSinceMs_ = levelLeftSinceMs_ = overrideWrongSinceMs_ = energyWrongSinceMs_ = -1;
 }
 
 void Judge::lifeEnds(EndOfLife) {
@@ -268,7 +270,9 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
     }
 }
 
-void Judge::micomWrites(const std::string &key, int) {
+void Judge::micomWrites(const std::string &key, int value) {
+    if (key == kOverrideEchoKey && displayWatched_)
+        micomOverride_ = value;
     if (key != "memory/refrigerator/SmartGridDrLevel")
         return;
     const std::int64_t now = eyes_->nowMs();
@@ -466,12 +470,35 @@ void Judge::answered(const std::string &command, int answer) {
             drSinceMs_ < 0)
             broken("a handler without controller answers 0", std::string(handling_));
     }
+    levelAtAnswer_ = notifiedLevel_;
+    overrideAtAnswer_ = overrideKey_;
+    blockAtAnswer_ = notifiedBlock_;
+    enableAtAnswer_ = enableKey_;
+    const bool isOfDefrost = command == "SetDelayDefrost" || command == "GetDelayDefrost";
+    const bool isOfDr = command == "ControlDRLC" || command == "ControlOverride" ||
+                        command == "GetDRLCOverride" || command == "GetDefrostBlock";
+    if (answer == 0 && ((isOfDefrost && defrostSinceMs_ >= 0) || (isOfDr && drSinceMs_ >= 0)))
+        broken("a request is handled while its controller is there", std::string(handling_));
+    if (answer == 0 && command == "CreateDefrostReservations" && isClean && defrostSinceMs_ >= 0 &&
+        !reservationsDirty_ && reservations_.size() < 4)
+        broken("a reservation is refused only when no id is free", std::string(handling_));
     const bool isStoring =
         command == "CreateDefrostReservations" || command == "SetDefrostReservations";
     if (isStoring && answer == 1 && insertedReservation_ && isSure)
         acknowledgedReservations_[insertedReservation_->first] = insertedReservation_->second;
     if ((isStoring || command == "DelDefrostReservations") && answer == 1 && isClean)
         reservationsDoubtful_ = false;
+}
+
+void Judge::told(const std::string &what, int value) {
+    const bool isLevel = what == "level";
+    const std::optional<int> &reported = isLevel              ? levelAtAnswer_
+                                         : what == "override" ? overrideAtAnswer_
+                                         : what == "block"    ? blockAtAnswer_
+                                                              : enableAtAnswer_;
+    if (value != reported.value_or(0))
+        broken("a query is answered with what was last reported",
+               what + " " + std::to_string(value) + ", reported was " + optionalText(reported));
 }
 
 // ---- The tables ----
@@ -690,6 +717,11 @@ void Judge::checkKeys() {
     if (drSinceMs_ >= 0 && overrideKey_ && (*overrideKey_ == 0 || *overrideKey_ == 1) &&
         notifiedOverride_ != overrideKey_)
         broken("the override key equals what was last reported", "it does not");
+    if (lasts(drSinceMs_ >= 0 && micomOverride_ != -1 && overrideKey_ != micomOverride_,
+              overrideWrongSinceMs_))
+        broken("the override follows what the Micom reports",
+               "it is " + optionalText(overrideKey_) + ", the Micom reports " +
+                   std::to_string(micomOverride_));
     if (displayOverride_ != -1 && eyes_->nowMs() - displayOverrideMs_ > kPassesMs)
         broken("an override switched on the display is commanded", "it was not");
 }

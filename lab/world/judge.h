@@ -56,6 +56,9 @@ public:
     void clockWasTouched();
     void micomWrites(const std::string &key, int value);
 
+    /* A query was answered so; see remote.h. Right after its answer was seen. */
+    void told(const std::string &what, int value);
+
     /* At least once a second. */
     void tick();
     /* All has been well for long enough that all must be right. */
@@ -131,6 +134,8 @@ private:
     int commandedLevel_ = -1; // the last level command
     std::int64_t commandedMs_ = 0;
     std::int64_t commandedUtcMs_ = 0;
+    int micomOverride_ = -1; // as its key was last written in this life
+    std::optional<int> levelAtAnswer_, overrideAtAnswer_, blockAtAnswer_, enableAtAnswer_;
     int startLevel_ = 0; // of the key when the life began
     std::optional<int> heldCommand_;
     std::optional<int> notifiedLevel_, notifiedBlock_, notifiedEnable_, notifiedOverride_;
@@ -182,7 +187,7 @@ private:
     // Since when a state that the rules speak of holds without a break; -1: it does not.
     std::int64_t activeSinceMs_ = -1, overSinceMs_ = -1, blockWrongSinceMs_ = -1,
                  heldWrongSinceMs_ = -1, notHeldSinceMs_ = -1, bothSinceMs_ = -1,
-                 levelLeftSinceMs_ = -1, energyWrongSinceMs_ = -1;
+                 levelLeftSinceMs_ = -1, overrideWrongSinceMs_ = -1, energyWrongSinceMs_ = -1;
 };
 
 } // namespace corvane::lab

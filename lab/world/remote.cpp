@@ -26,17 +26,22 @@ std::string seasonDay(Draws &draws, const std::string &time) {
     return text + time;
 }
 
-void order(Draws &draws, std::int64_t utcSec) {
+std::int64_t order(Draws &draws, std::int64_t utcSec) {
     if (draws.chance(0.15)) {
         (void)fakes::proxy::controlDrlc("0");
-        return;
+        return 0;
     }
     const int lengths[] = {draws.whole(1, 10), draws.whole(10, 600), draws.whole(600, 4 * 3600),
                            draws.whole(1, 86'399)};
     const int starts[] = {0, draws.whole(-5, 5), draws.whole(-7200, 7200), draws.whole(0, 86'399)};
-    const std::string start = draws.chance(0.3) ? "" : timeOfDay(utcSec + draws.oneOf(starts));
-    const std::string length = draws.chance(0.1) ? "" : timeOfDay(draws.oneOf(lengths));
-    (void)fakes::proxy::controlDrlc(std::to_string(draws.whole(1, 4)), length, start);
+    const int lengthSec = draws.oneOf(lengths);
+    const int startSec = draws.oneOf(starts);
+    const std::string start = draws.chance(0.3) ? "" : timeOfDay(utcSec + startSec);
+    const std::string length = draws.chance(0.1) ? "" : timeOfDay(lengthSec);
+    const std::string level = std::to_string(draws.whole(1, 4));
+    for (int times = draws.chance(0.1) ? 2 : 1; times > 0; --times)
+        (void)fakes::proxy::controlDrlc(level, length, start);
+    return (start.empty() ? 0 : startSec) + (draws.chance(0.5) ? lengthSec : 0);
 }
 
 void reserve(Draws &draws, std::int64_t utcSec) {
@@ -148,7 +153,7 @@ void forward(const platform::Request &request) {
 
 } // namespace
 
-void sendSensible(Draws &draws, std::int64_t utcSec) {
+std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, const Told &told) {
     using namespace fakes::proxy;
     switch (draws.whole(0, 11)) {
     case 0:
@@ -158,28 +163,40 @@ void sendSensible(Draws &draws, std::int64_t utcSec) {
         return order(draws, utcSec);
     case 4:
         (void)controlOverride(draws.whole(0, 1));
-        return;
-    case 5:
-        (void)getDrlcOverride();
-        return;
-    case 6:
-        (void)getDefrostBlock();
-        return;
+        break;
+    case 5: {
+        const DrlcOverride answer = getDrlcOverride();
+        if (answer.answer == 1) {
+            told("level", answer.level);
+            told("override", answer.override_state);
+        }
+        break;
+    }
+    case 6: {
+        const Value answer = getDefrostBlock();
+        if (answer.answer == 1)
+            told("block", answer.value);
+        break;
+    }
     case 7:
     case 8:
         (void)setDelayDefrost(draws.chance(0.8) ? 1 : 0);
-        return;
+        break;
     case 9:
-        return reserve(draws, utcSec);
+        reserve(draws, utcSec);
+        break;
     case 10:
         (void)delDefrostReservation(draws.chance(0.5) ? "2" : "3");
-        return;
-    default:
+        break;
+    default: {
         (void)getDefrostReservations();
         (void)getEnergyConsumption();
-        (void)getDelayDefrost();
-        return;
+        const Value answer = getDelayDefrost();
+        if (answer.answer == 1)
+            told("enabled", answer.value);
     }
+    }
+    return 0;
 }
 
 std::string sendAbsurd(Draws &draws) {

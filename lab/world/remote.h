@@ -11,12 +11,19 @@
 #include "draws.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace corvane::lab {
 
-/* utcSec: the service's clock, by which the remote side chooses its times. */
-void sendSensible(Draws &draws, std::int64_t utcSec);
+/* What a query was answered: "level", "override", "block" or "enabled", and its value. */
+using Told = std::function<void(const char *what, int value)>;
+
+/*
+ * utcSec: the service's clock, by which the remote side chooses its times. Gives the seconds until
+ * an edge of what was ordered, at which another request is worth sending; 0: there is none.
+ */
+std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, const Told &told);
 
 /* Gives the refusal of the check, or nothing when it let the request through. */
 std::string sendAbsurd(Draws &draws);

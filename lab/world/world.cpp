@@ -242,10 +242,13 @@ void World::beginLife() {
 
     nextEnd_ = drawEnd();
     wifiConnected_ = isCalm_ || weather_.wifiLateSec <= 0 || draws_.chance(0.3);
-    nextMs_[kWifi] =
-        wifiConnected_
-            ? kNever
-            : nowMs() + static_cast<std::int64_t>(draws_.waiting(weather_.wifiLateSec) * 1000);
+    const bool isNever = !wifiConnected_ && draws_.chance(0.03);
+    nextMs_[kWifi] = kNever;
+    if (isNever)
+        nextMs_[kWifi] = calmMs_;
+    else if (!wifiConnected_)
+        nextMs_[kWifi] =
+            nowMs() + static_cast<std::int64_t>(draws_.waiting(weather_.wifiLateSec) * 1000);
     fakes::wifi::State wifi;
     wifi.connected = wifiConnected_;
     fakes::wifi::set(wifi);
@@ -545,28 +548,34 @@ void World::runRemote(int number) {
     virtualtime::nameThread("remote side");
     Draws &draws = remoteDraws_[number];
     const double meanMs = weather_.requestHours * 2 * static_cast<double>(kHourMs);
+    std::int64_t edgeSec = 0; // until an edge of what was ordered
     while (meanMs > 0) {
         std::unique_lock lock(life_->mutex);
-        const auto pause = std::chrono::milliseconds(
-            static_cast<std::int64_t>(std::min(draws.waiting(meanMs), 1e12)));
+        const double ms = edgeSec > 0 && draws.chance(0.4)
+                              ? static_cast<double>(edgeSec) * 1000 + draws.between(-1500, 1500)
+                              : draws.waiting(meanMs);
+        const auto pause =
+            std::chrono::milliseconds(static_cast<std::int64_t>(std::clamp(ms, 0.0, 1e12)));
         life_->remoteWakes.wait_for(lock, pause, [this] { return life_->remotesEnd; });
         if (life_->remotesEnd || isCalm_)
             return;
         lock.unlock();
-        request(draws);
+        edgeSec = request(draws);
         if (draws.chance(weather_.crowdShare)) {
             for (int more = draws.whole(1, 5); more > 0 && !life_->remotesEnd; --more)
-                request(draws);
+                edgeSec = std::max(edgeSec, request(draws));
         }
     }
 }
 
-void World::request(Draws &draws) {
+std::int64_t World::request(Draws &draws) {
     if (!draws.chance(weather_.absurdShare))
-        return sendSensible(draws, utcMs() / 1000);
+        return sendSensible(draws, utcMs() / 1000,
+                            [this](const char *what, int value) { judge_.told(what, value); });
     const std::string refusal = sendAbsurd(draws);
     if (!refusal.empty())
         trace("world  refused: " + refusal);
+    return 0;
 }
 
 } // namespace corvane::lab

@@ -111,7 +111,8 @@ private:
     void setZone();
 
     void runRemote(int number);
-    void request(Draws &draws);
+    /* Seconds until an edge of what was ordered, or 0. */
+    std::int64_t request(Draws &draws);
 
     struct InLife; // what a life takes with it
 
