@@ -400,6 +400,7 @@ void Judge::seeSql(const std::string &sql) {
             inserted_ = Event{std::atoi(values[1].c_str()), start, start + lengthMs(values[2])};
             acknowledged_ = std::nullopt;
             orderInserted_ = true;
+            compareWithOrder(values[2], values[3]);
         } else if (isDelete) {
             if (isOrder && orderInserted_)
                 eventLost_ = true; // beside the order whose handler runs
@@ -425,6 +426,32 @@ void Judge::seeSql(const std::string &sql) {
         if (sql.find("date < ") != sql.npos)
             isPruneDue_ = false;
     }
+}
+
+void Judge::compareWithOrder(const std::string &duration, const std::string &start) {
+    // As the request was seen: ControlDRLC(level, duration, start).
+    const std::string text(handling_);
+    const std::size_t second = text.find(", ");
+    const std::size_t third = text.find(", ", second + 2);
+    if (!startsWith(text, "ControlDRLC(") || third == text.npos)
+        broken("an event is stored when one is ordered", text);
+    const std::string wantedDuration = text.substr(second + 2, third - second - 2);
+    const std::string wantedStart = text.substr(third + 2, text.size() - third - 3);
+    const std::int64_t now = eyes_->utcMs();
+    // The order may have waited for the controller's lock while the database failed.
+    const bool isAtOnce = eyes_->storeFailures() == failuresAtRequest_;
+    const bool isRight =
+        std::to_string(inserted_->level) == text.substr(12, second - 12) &&
+        duration == (wantedDuration.empty() ? "04:30:00" : wantedDuration) &&
+        (wantedStart.empty() || start.substr(11) == wantedStart) &&
+        (!isAtOnce || !wantedStart.empty() || std::llabs(inserted_->startMs - now) <= 1'000);
+    if (!isRight)
+        broken("an event is stored as it was ordered", text + " became " + start + ", " + duration);
+    constexpr std::int64_t kDayMs = 86'400'000;
+    if (isAtOnce && (inserted_->endMs < now - 1'000 || inserted_->endMs - now > 2 * kDayMs ||
+                     inserted_->startMs - now > kDayMs))
+        broken("an event whose interval has passed today is meant for tomorrow",
+               text + " became " + start);
 }
 
 void Judge::seePost(const std::string &text) {

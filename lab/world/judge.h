@@ -109,6 +109,9 @@ private:
     void readReservations();
     void readHours();
 
+    /* That the event which is being stored is the one that was ordered. */
+    void compareWithOrder(const std::string &duration, const std::string &start);
+
     bool mayTellTime() const; // neither clock nor store was touched within the last seconds
     static bool isActiveAt(const Event &event, std::int64_t utcMs);
     bool isInsideWindow() const;
