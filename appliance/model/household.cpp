@@ -95,6 +95,13 @@ const DoorOpening *DoorTimes::reach(TimeMs at) {
     return open_ && openings_[next_].startMs == at ? &openings_[next_] : nullptr;
 }
 
+void DoorTimes::close() {
+    if (open_) {
+        ++next_;
+        open_ = false;
+    }
+}
+
 TimeMs DoorTimes::nextChange() const {
     if (next_ == openings_.size()) {
         return kNever;

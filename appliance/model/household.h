@@ -48,6 +48,8 @@ public:
     void begin(std::vector<DoorOpening> openings, TimeMs at);
     /* Goes on to a time; the opening that begins exactly there, if one does. */
     const DoorOpening *reach(TimeMs at);
+    /* Ends the present opening before its time. */
+    void close();
 
     [[nodiscard]] bool isOpen() const { return open_; }
     /* When it opens or closes next; kNever after the day's last. */

@@ -328,6 +328,9 @@ void Refrigerator::setDoor(Compartment compartment, bool open, TimeMs now) {
         memory_.displayLitLeftSec = parameters_.displayLitSec;
     }
     door = open;
+    if (!open) {
+        doors_.at(static_cast<std::size_t>(compartment)).close();
+    }
     control();
 }
 

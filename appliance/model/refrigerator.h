@@ -133,7 +133,10 @@ public:
      */
     void restartControl(TimeMs now);
 
-    /* A door opened or closed by hand. The household's own openings go on beside it. */
+    /*
+     * A door opened or closed by hand. The household's own openings go on beside it; one that is
+     * going on ends with the door's closing.
+     */
     void setDoor(Compartment compartment, bool open, TimeMs now);
     /* Lights the display for its usual time, as a touch of a button does. */
     void lightDisplay(TimeMs now);

@@ -158,6 +158,26 @@ TEST(RefrigeratorTemperatures, DoorLeftOpenSpoilsFoodAndIsRecoveredFrom) {
     EXPECT_LT(refrigerator.temperatures().fridgeFood, 5);
 }
 
+TEST(RefrigeratorDoors, ClosedByHandWhileTheHouseholdHasItOpenStaysClosed) {
+    Refrigerator refrigerator(1, kBegin);
+    TimeMs now = kBegin;
+    while (!refrigerator.state().doors.fridgeOpen) {
+        refrigerator.advance(now += 1000);
+    }
+    refrigerator.setDoor(Compartment::Fridge, false, now);
+    EXPECT_FALSE(refrigerator.state().doors.fridgeOpen);
+    refrigerator.advance(now + 1000); // no opening is as short as that
+    EXPECT_FALSE(refrigerator.state().doors.fridgeOpen);
+    int opened = 0;
+    bool was = false;
+    live(refrigerator, afterHours(24), [&] {
+        const bool is = refrigerator.state().doors.fridgeOpen;
+        opened += is && !was ? 1 : 0;
+        was = is;
+    });
+    EXPECT_GT(opened, 20) << "the household goes on";
+}
+
 TEST(RefrigeratorTemperatures, ShoppingBringsHeatThatIsCooledAway) {
     Refrigerator refrigerator(1, kBegin);
     refrigerator.advance(afterHours(2 * 24 + 17)); // Wednesday
