@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <map>
 #include <thread>
 
@@ -156,7 +155,7 @@ void Appliance::run(int stopFd) {
         {{stopFd, POLLIN, 0}, {watcher_.fd(), POLLIN, 0}, {mailbox_.fd(), POLLIN, 0}}};
     while ((waits[0].revents & POLLIN) == 0) {
         if (poll(waits.data(), waits.size(), waitMs()) < 0 && errno != EINTR)
-            throw ApplianceError(std::string("cannot wait for commands: ") + std::strerror(errno));
+            throw ApplianceError(platform::systemFailure(errno, "cannot wait for commands").text);
         advance(clockNowMs());
         takeSettings();
         mailbox_.run();

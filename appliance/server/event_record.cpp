@@ -2,6 +2,7 @@
 #include "event_record.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 #include <nlohmann/json.hpp>
@@ -27,9 +28,7 @@ ordered_json textOrNull(const std::string &text) {
     return text.empty() ? ordered_json(nullptr) : ordered_json(text);
 }
 
-TimeMs toMs(const nlohmann::json &seconds) {
-    return static_cast<TimeMs>(seconds.get<double>() * 1000 + 0.5);
-}
+TimeMs toMs(const nlohmann::json &seconds) { return std::llround(seconds.get<double>() * 1000); }
 
 std::optional<TimeMs> readMoment(const nlohmann::json &json, const char *name) {
     return json.at(name).is_null() ? std::nullopt : std::optional(toMs(json.at(name)));
@@ -203,22 +202,22 @@ void EventLedger::stored(const std::optional<PlannedEvent> &event, TimeMs atMs) 
     adopted_ = true;
     if (open_ && event && open_->plan == *event)
         return;
-    if (open_) {
-        if (isFirst)
-            end(atMs, "restart"); // it ended while the appliance was not there to see
-        else if (isCancelled_)
-            end(atMs, "cancel");
-        else if (event)
-            end(atMs, "replaced");
-        else if (atMs >= open_->plan.endMs)
-            end(atMs, "schedule");
-        else if (micomRestartMs_ && atMs - *micomRestartMs_ <= kRestartEndsWithinMs)
-            end(atMs, "restart");
-        else
-            end(atMs, "cancel");
-    }
+    if (open_)
+        end(atMs, isFirst ? "restart" : causeOfEnd(event.has_value(), atMs));
     if (event)
         begin(*event, atMs);
+}
+
+/* Why the stored event is gone, when the appliance has been there to see. */
+const char *EventLedger::causeOfEnd(bool isReplaced, TimeMs atMs) const {
+    if (isCancelled_)
+        return "cancel";
+    if (isReplaced)
+        return "replaced";
+    if (atMs >= open_->plan.endMs)
+        return "schedule";
+    const bool hasRestarted = micomRestartMs_ && atMs - *micomRestartMs_ <= kRestartEndsWithinMs;
+    return hasRestarted ? "restart" : "cancel";
 }
 
 void EventLedger::begin(const PlannedEvent &event, TimeMs atMs) {

@@ -143,6 +143,7 @@ public:
     EnergyTrail &trail() { return trail_; }
 
 private:
+    const char *causeOfEnd(bool isReplaced, TimeMs atMs) const;
     void begin(const PlannedEvent &event, TimeMs atMs);
     void end(TimeMs atMs, const std::string &by);
     void changed(const EventRecord &record);

@@ -395,8 +395,8 @@ Baseline History::baseline(TimeMs fromMs, TimeMs toMs) const {
         Statement minutes(database.get(), "SELECT count(*), avg(power), max(peak) FROM minute"
                                           " WHERE at >= ? AND at < ?");
         minutes.bind(firstMinute).bind(to).step();
-        const double wanted = static_cast<double>((to - firstMinute + kMinuteSec - 1) / kMinuteSec);
-        if (static_cast<double>(minutes.integer(0)) < kBaselineCover * wanted)
+        const std::int64_t wanted = (to - firstMinute + kMinuteSec - 1) / kMinuteSec;
+        if (static_cast<double>(minutes.integer(0)) < kBaselineCover * static_cast<double>(wanted))
             continue;
         averages += minutes.number(1);
         peaks += minutes.number(2);

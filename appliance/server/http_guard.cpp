@@ -4,13 +4,13 @@
  */
 #include "http_guard.h"
 
+#include "status.h"
 #include "text.h"
 
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 
 #include <arpa/inet.h>
@@ -94,7 +94,7 @@ std::string readPasswordFile(const std::string &path, std::string &password) {
     const std::string what = "the password file " + platform::inQuotes(path, 200);
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
-        return what + " cannot be read: " + std::strerror(errno);
+        return platform::systemFailure(errno, what + " cannot be read").text;
     if (!S_ISREG(status.st_mode) || status.st_uid != geteuid())
         return what + " is not a file of this user; make one of your own";
     if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)

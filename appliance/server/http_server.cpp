@@ -10,7 +10,9 @@
  */
 #include "http_server.h"
 
-#include <cstring>
+#include "status.h"
+
+#include <cerrno>
 
 #include <httplib.h>
 
@@ -188,6 +190,7 @@ private:
 HttpServer::HttpServer(ListenPlace place)
     : place_(std::move(place)), library_(std::make_unique<Library>()) {
     bool isBound = false;
+    errno = 0;
     if (place_.port == 0) {
         place_.port = library_->bind_to_any_port(place_.host);
         isBound = place_.port > 0;
@@ -195,9 +198,10 @@ HttpServer::HttpServer(ListenPlace place)
         isBound = library_->bind_to_port(place_.host, place_.port);
     }
     if (!isBound)
-        throw ApplianceError("cannot listen on " + place_.text() + ": " +
-                             (errno != 0 ? std::strerror(errno) : "no such address here") +
-                             "; choose another one with --listen");
+        throw ApplianceError(platform::systemFailure(errno != 0 ? errno : EADDRNOTAVAIL,
+                                                     "cannot listen on " + place_.text())
+                                 .text +
+                             "; choose another address with --listen or CORVANE_APPLIANCE_LISTEN");
     library_->deepenQueue();
 }
 

@@ -56,7 +56,7 @@ void lockFolder(const platform::Folders &folders) {
     const std::string path = folders.state + kFolder + "/lock";
     const int held = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (held < 0)
-        throw ApplianceError(path + ": " + std::strerror(errno));
+        require(platform::systemFailure(errno, path));
     if (flock(held, LOCK_EX | LOCK_NB) != 0)
         throw ApplianceError("another appliance uses " + folders.state +
                              "; stop it, or set CORVANE_STATE_DIR and CORVANE_RUNTIME_DIR");
@@ -87,7 +87,7 @@ void lockFolder(const platform::Folders &folders) {
     }
     rest.push_back(nullptr);
     execv("/proc/self/exe", rest.data());
-    throw ApplianceError(std::string("cannot start anew in the clock: ") + std::strerror(errno));
+    throw ApplianceError(platform::systemFailure(errno, "cannot start anew in the clock").text);
 }
 
 /* The zone's name for people: what TZ says, else where /etc/localtime leads. */
@@ -204,9 +204,11 @@ int run(const std::vector<std::string> &arguments, char *name) {
             liveByNewClock(options, folders, arguments, name);
         // Threads that only wait should not each keep a heap of their own, and large answers
         // should go back to the system.
+        // NOLINTBEGIN(concurrency-mt-unsafe): there is one thread yet
         mallopt(M_ARENA_MAX, 2);
         mallopt(M_MMAP_THRESHOLD, kLargeAnswer);
         mallopt(M_TRIM_THRESHOLD, kLargeAnswer);
+        // NOLINTEND(concurrency-mt-unsafe)
         signal(SIGPIPE, SIG_IGN);
         const client::StopSignal stop;
         live(options, folders, stop.fd());

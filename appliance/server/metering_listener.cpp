@@ -1,7 +1,9 @@
 /* The listener on cpp-httplib; see the header. */
 #include "metering_listener.h"
 
-#include <cstring>
+#include "status.h"
+
+#include <cerrno>
 
 #include <httplib.h>
 
@@ -46,8 +48,11 @@ MeteringListener::MeteringListener(Appliance &appliance, int port, int speed)
     server_->Get(".*", take).Post(".*", takeWithBody).Put(".*", takeWithBody);
     errno = 0;
     if (!server_->bind_to_port(kAddress, port))
-        throw ApplianceError("cannot be the metering service on " + std::string(kAddress) + ":" +
-                             std::to_string(port) + ": " + std::strerror(errno) +
+        throw ApplianceError(platform::systemFailure(errno != 0 ? errno : EADDRNOTAVAIL,
+                                                     "cannot be the metering service on " +
+                                                         std::string(kAddress) + ":" +
+                                                         std::to_string(port))
+                                 .text +
                              "; end the other one, or leave it out with --metering-port 0");
     thread_ = std::thread([this] { server_->listen_after_bind(); });
 }
