@@ -44,7 +44,7 @@ constexpr TimeMs kTrailLoadedMs = TimeMs{49} * 3'600'000;
 /* By then the Micom has applied the first command that it heard. */
 constexpr TimeMs kFirstCommandAppliedMs = 900;
 
-/* What the seeds of the parts are told apart by. */
+/* Each model draws from a sequence of its own. */
 enum class Part : std::uint64_t { Refrigerator = 1, Micom, Metering };
 
 std::uint64_t seedOf(std::uint64_t seed, Part part) {
