@@ -595,16 +595,20 @@ void Judge::readHours() {
         if (hours.count(hour) == 0 && !isDeleted)
             broken("rows of the last six months stay", "the row " + std::string(hour) + " is gone");
     }
-    const bool isPruned = std::any_of(hourDeletions_.begin(), hourDeletions_.end(),
-                                      [](const auto &condition) { return condition[0] == '<'; });
+    std::string prunedBefore; // by the last pruning since
+    for (const std::pmr::string &condition : hourDeletions_) {
+        if (condition[0] == '<')
+            prunedBefore = condition.substr(3, 10);
+    }
     hours_ = hours;
     hourDeletions_.clear();
-    // Rows of a clock that was set may be older; they stay until the next month.
-    if (isPruned && !hours_.empty() && std::string_view(*hours_.begin()) < keptFrom_ &&
-        !counterDoubtful_ && eyes_->nowMs() - clockTouchedMs_ > kGateMs)
-        broken("rows older than six months go", "the row " + std::string(*hours_.begin()) +
-                                                    " is older than " + std::string(keptFrom_));
-    if (rows.empty() && isPruned && storesDue_ == 0)
+    // Rows of a clock that was set may be older than six months; they stay until the next month.
+    if (!prunedBefore.empty() && !hours_.empty() &&
+        std::string_view(*hours_.begin()) < prunedBefore && !counterDoubtful_ &&
+        eyes_->nowMs() - clockTouchedMs_ > kGateMs)
+        broken("rows older than six months go",
+               "the row " + std::string(*hours_.begin()) + " is older than " + prunedBefore);
+    if (rows.empty() && !prunedBefore.empty() && storesDue_ == 0)
         expected_ = counter_ = 0; // a jump into the same hour of another half-year
     const std::int64_t counter = rows.empty() ? 0 : std::atoll(rows.back()[1].c_str());
     if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&

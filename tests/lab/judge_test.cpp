@@ -1,0 +1,197 @@
+/*
+ * The judge by itself: for each rule, what is right passes and what is wrong is told by its name.
+ */
+#include "judge.h"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+namespace {
+
+using corvane::lab::EndOfLife;
+using corvane::lab::Judge;
+using fakes::Kind;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+constexpr std::int64_t kNoonMs = 1'785'499'200'000; // 2026-07-31T12:00Z
+
+class JudgeTest : public testing::Test, public Judge::Eyes {
+protected:
+    void SetUp() override {
+        judge.lifeBegins(*this, 0, 0, 0, 0);
+        see(Kind::Watch, "db/corvane/dr/micom_override");
+        command("SET_SMARTGRID_DISABLE");
+        see(Kind::Log, "start DefrostDelay Thread!!");
+        command("SET_SMARTGRID_LEVEL_NORMAL");
+        set("db/corvane/dr/override", "0");
+        see(Kind::Notification, "SendOverrideNotify(0)");
+        see(Kind::Notification, "SendDefrostBlockNotify(0)");
+        see(Kind::Log, "start EnergyDR Thread!!");
+        see(Kind::Log, "start EnergyReport Thread!!");
+        pass(600); // past the start's own exceptions, and the repeat of 12:10
+    }
+
+    void see(Kind kind, const std::string &text) { judge.see({kind, text, 0}); }
+    void set(const std::string &key, const std::string &value) {
+        see(Kind::Setting, key + "=" + value);
+    }
+    void command(const std::string &text) { set("memory/refrigerator/TxMessage", text); }
+
+    /* Seconds in which the repeats come and the judge looks each second. */
+    void pass(int seconds) {
+        for (; seconds > 0; --seconds) {
+            now += 1'000;
+            if ((kNoonMs + now) / 1'000 % 600 == 0) {
+                command("SET_SMARTGRID_DISABLE");
+                command(level);
+            }
+            judge.tick();
+        }
+    }
+
+    template <class Doing>
+    static void expectBroken(Doing doing, const std::string &rule) {
+        EXPECT_THAT(doing, ThrowsMessage<std::runtime_error>(HasSubstr(rule)));
+    }
+
+    std::int64_t now = 0;
+    std::string level = "SET_SMARTGRID_LEVEL_NORMAL";
+    Judge judge;
+
+private:
+    std::int64_t nowMs() const override { return now; }
+    std::int64_t utcMs() const override { return kNoonMs + now; }
+    std::uint64_t storeFailures() const override { return 0; }
+    std::uint64_t unsureCommits() const override { return 0; }
+    bool isStoreTroubled() const override { return false; }
+    bool isMeteringTroubled() const override { return false; }
+    bool canLookInto(const std::string &) const override { return false; }
+    bool isWifiConnected() const override { return true; }
+    void broken(const std::string &rule, const std::string &what) override {
+        throw std::runtime_error(rule + ": " + what);
+    }
+};
+
+TEST_F(JudgeTest, QuietHourBreaksNothing) { EXPECT_NO_THROW(pass(3'600)); }
+
+TEST_F(JudgeTest, UnknownMicomTextIsBroken) {
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL5"); }, "vocabulary");
+}
+
+TEST_F(JudgeTest, LevelWithoutEventIsBroken) {
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL2"); }, "only while its event lasts");
+}
+
+TEST_F(JudgeTest, LevelOfAnEventIsCommandedInItsTimeOnly) {
+    now = 620'000; // 12:10:20
+    see(Kind::Request, "ControlDRLC(2, 00:01:00, 12:11:00)");
+    see(Kind::Sql, "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, drlcStartTime) "
+                   "values('0', '2', '00:01:00', '2026-07-31T12:11:00');");
+    see(Kind::Request, "ControlDRLC -> 1");
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL2"); }, "only while its event lasts");
+    now = 660'000;
+    EXPECT_NO_THROW(command("SET_SMARTGRID_LEVEL2"));
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL3"); }, "only while its event lasts");
+    now = 720'000;
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL1"); }, "only while its event lasts");
+}
+
+TEST_F(JudgeTest, EventStoredOtherwiseThanOrderedIsBroken) {
+    see(Kind::Request, "ControlDRLC(2, 00:01:00, 12:11:00)");
+    expectBroken(
+        [&] {
+            see(Kind::Sql, "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, drlcStartTime) "
+                           "values('0', '2', '00:01:00', '2026-07-31T14:11:00');");
+        },
+        "as it was ordered");
+}
+
+TEST_F(JudgeTest, IntervalThatHasPassedStoredForTodayIsBroken) {
+    see(Kind::Request, "ControlDRLC(2, 00:01:00, 11:00:00)");
+    expectBroken(
+        [&] {
+            see(Kind::Sql, "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, drlcStartTime) "
+                           "values('0', '2', '00:01:00', '2026-07-31T11:00:00');");
+        },
+        "meant for tomorrow");
+}
+
+TEST_F(JudgeTest, NormalLevelForNoReasonIsBroken) {
+    now += 60'000;
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL_NORMAL"); }, "end or cancellation");
+    see(Kind::Log, "Callback DR_Level Resp From Micom : 0");
+    EXPECT_NO_THROW(command("SET_SMARTGRID_LEVEL_NORMAL")) << "the appliance has dropped to it";
+}
+
+TEST_F(JudgeTest, MissingRepeatIsBroken) {
+    now += 540'000; // over 12:20:00
+    expectBroken(
+        [&] {
+            for (int i = 0; i < 120; ++i) {
+                now += 1'000;
+                judge.tick();
+            }
+        },
+        "is repeated");
+}
+
+TEST_F(JudgeTest, ChangeThatIsNotNotifiedIsBroken) {
+    set("db/corvane/dr/level", "3");
+    expectBroken([&] { judge.tick(); }, "hears of every change");
+}
+
+TEST_F(JudgeTest, NotificationOfAnotherValueIsBroken) {
+    set("db/corvane/defrost/status", "1");
+    expectBroken([&] { see(Kind::Notification, "SendDelayDefrostNotify(false)"); },
+                 "equals what was last reported");
+}
+
+TEST_F(JudgeTest, HandlersAnswerIsZeroOrOne) {
+    see(Kind::Request, "SetDelayDefrost(1)");
+    expectBroken([&] { see(Kind::Request, "SetDelayDefrost -> 2"); }, "0 or 1");
+}
+
+TEST_F(JudgeTest, RefusalBesideItsControllerIsBroken) {
+    see(Kind::Request, "GetDefrostBlock()");
+    expectBroken([&] { see(Kind::Request, "GetDefrostBlock -> 0"); }, "its controller is there");
+}
+
+TEST_F(JudgeTest, CyclesThatComeTooCloseAreBroken) {
+    see(Kind::Log, "REPORT] callback Energy from Micom");
+    see(Kind::Log, "REPORT] callback Energy from Micom");
+    see(Kind::Log, "REPORT] [UTC]currentTime : x");
+    now += 1'049;
+    expectBroken([&] { see(Kind::Log, "REPORT] [UTC]currentTime : x"); }, "50 ms apart");
+}
+
+TEST_F(JudgeTest, FigureToAnotherAddressIsBroken) {
+    EXPECT_NO_THROW(see(Kind::Post, "POST http://127.0.0.1:7777/external/metering?"
+                                    "cumulativepower=1.05&duration=60"));
+    expectBroken(
+        [&] {
+            see(Kind::Post, "POST http://127.0.0.1:7777/external/metering?"
+                            "cumulativepower=1.05&duration=61");
+        },
+        "is posted to the metering service");
+}
+
+TEST_F(JudgeTest, OverrideThatIsNotCommandedIsBroken) {
+    set("db/corvane/dr/micom_override", "1");
+    expectBroken([&] { pass(4); }, "switched on the display");
+}
+
+TEST_F(JudgeTest, ThreadLeftAfterTerminateIsBroken) {
+    expectBroken([&] { judge.terminated("thread 3", 500); }, "no thread is left");
+    expectBroken([&] { judge.terminated("", 60'000); }, "within one second");
+    EXPECT_NO_THROW(judge.terminated("", 1'000));
+}
+
+TEST_F(JudgeTest, GateThatStaysShutIsBroken) {
+    judge.lifeEnds(EndOfLife::Terminate);
+    judge.lifeBegins(*this, 0, 0, 0, 0);
+    expectBroken([&] { pass(60); }, "controllers are built");
+}
+
+} // namespace
