@@ -165,6 +165,10 @@ void House::beginLife() {
     virtualtime::start({start + (start.find('.') == std::string::npos ? ".000" : ""),
                         options_.seed * 1'000 + static_cast<std::uint64_t>(lives_), 1e9});
     followPlace();
+    for (std::pmr::string &last : lastCommand_)
+        last.clear(); // what a new life repeats is worth a line
+    if (lives_ > 1)
+        note(NoteKind::Life, "starts again");
     fakes::observe([this](const fakes::Entry &entry) { observe(entry); });
     if (powerWasCut_) {
         powerWasCut_ = false;

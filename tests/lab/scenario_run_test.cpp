@@ -10,9 +10,7 @@
 namespace {
 
 using namespace corvane::lab;
-using ::testing::Each;
-using ::testing::Field;
-using ::testing::Gt;
+using ::testing::ElementsAre;
 
 const std::string kEvening = "from = 2026-06-17\nto = 2026-06-17\nzone = \"Europe/Berlin\"\n"
                              "[[programme]]\nlevel = 3\nfrom = \"06:00\"\nto = \"08:00\"\n";
@@ -93,11 +91,14 @@ TEST(ScenarioRun, AKilledServiceGoesOnWithItsEvent) {
     EXPECT_EQ(result.minutes.at(9 * 60).level, 0);
 }
 
-TEST(ScenarioRun, APowerCutTakesTheMicomAlongAndTheEventIsOrderedBack) {
+TEST(ScenarioRun, APowerCutTakesTheMicomAlongAndTheLevelIsCommandedAgain) {
     const RunResult result = run(scenario(fault("power-cut", "07:00")));
     EXPECT_EQ(result.lives, 2);
+    const auto commands = texts(result, NoteKind::Command);
+    EXPECT_EQ(std::count(commands.begin(), commands.end(), "SET_SMARTGRID_LEVEL3"), 2);
+    EXPECT_EQ(result.minutes.at(7 * 60 + 5).level, 3);
     EXPECT_EQ(result.minutes.at(9 * 60).level, 0);
-    EXPECT_THAT(texts(result, NoteKind::Fault), ::testing::ElementsAre("power-cut"));
+    EXPECT_THAT(texts(result, NoteKind::Fault), ElementsAre("power-cut"));
 }
 
 TEST(ScenarioRun, ACleanRestartLeavesNothingBehind) {

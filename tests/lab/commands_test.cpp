@@ -1,0 +1,135 @@
+/*
+ * The command lines of run and compare, from the words to the folder that they leave.
+ */
+#include <commands.h>
+#include <scenario.h>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+using namespace corvane::lab;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class LabCommand : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/corvane-lab-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        folder_ = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    std::string scenario(const std::string &more = "") {
+        const std::string file = folder_ + "/day.toml";
+        std::ofstream(file) << "from = 2026-06-17\nto = 2026-06-17\n[[programme]]\nlevel = 4\n"
+                               "from = \"06:00\"\nto = \"08:00\"\n"
+                            << more;
+        return file;
+    }
+
+    std::string quietScenario() {
+        const std::string file = folder_ + "/quiet.toml";
+        std::ofstream(file) << "from = 2026-06-17\nto = 2026-06-17\n";
+        return file;
+    }
+
+    /* The exit status; what was said is in output_. */
+    int run(std::vector<std::string> words) {
+        words.insert(words.begin(), "corvane-lab");
+        std::vector<char *> arguments;
+        for (std::string &word : words)
+            arguments.push_back(word.data());
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const auto status =
+            runScenarioCommand(static_cast<int>(arguments.size()), arguments.data());
+        output_ = testing::internal::GetCapturedStdout();
+        errors_ = testing::internal::GetCapturedStderr();
+        return status.value_or(-1);
+    }
+
+    nlohmann::json figures(const std::string &name) {
+        return nlohmann::json::parse(std::ifstream(folder_ + "/" + name + "/figures.json"));
+    }
+
+    std::string folder_, output_, errors_;
+};
+
+TEST_F(LabCommand, RunAnswersAndLeavesAReport) {
+    EXPECT_EQ(run({"run", scenario(), "--out", folder_ + "/out"}), 0);
+    EXPECT_THAT(output_, HasSubstr("The 1 event saved "));
+    EXPECT_THAT(output_, HasSubstr("Report: " + folder_ + "/out/report.html\n"));
+    EXPECT_TRUE(std::filesystem::exists(folder_ + "/out/report.html"));
+    EXPECT_EQ(figures("out")["eventsConfirmed"], 1);
+    EXPECT_EQ(errors_, ""); // no progress bar where there is no terminal
+}
+
+TEST_F(LabCommand, RunWithAnotherSeedIsAnotherHousehold) {
+    EXPECT_EQ(run({"run", scenario(), "--out", folder_ + "/a"}), 0);
+    EXPECT_EQ(run({"run", scenario(), "--seed", "2", "--out", folder_ + "/b"}), 0);
+    EXPECT_NE(figures("a")["energyWithoutKwh"], figures("b")["energyWithoutKwh"]);
+    EXPECT_EQ(run({"compare", folder_ + "/a", folder_ + "/b"}), 0);
+    EXPECT_THAT(output_, HasSubstr("Note: they differ in \"seed\""));
+}
+
+TEST_F(LabCommand, RunsOfSeveralSeedsHaveALineEach) {
+    EXPECT_EQ(run({"run", scenario(), "--runs", "2", "--jobs", "2", "--out", folder_ + "/a"}), 0);
+    EXPECT_THAT(output_, HasSubstr("\n   1  "));
+    EXPECT_THAT(output_, HasSubstr("\n   2  "));
+}
+
+TEST_F(LabCommand, AFleetIsTheSumOfItsAppliances) {
+    const std::string file = quietScenario();
+    double kWh = 0;
+    for (const char *seed : {"1", "2"}) {
+        EXPECT_EQ(run({"run", file, "--seed", seed, "--out", folder_ + "/" + seed}), 0);
+        kWh += figures(seed)["energyKwh"].get<double>();
+    }
+    EXPECT_EQ(run({"run", file, "--appliances", "2", "--out", folder_ + "/fleet"}), 0);
+    EXPECT_NEAR(figures("fleet")["energyKwh"].get<double>(), kWh, 1e-4);
+}
+
+TEST_F(LabCommand, AFleetTellsTheReturnWithoutItsSpreadToo) {
+    EXPECT_EQ(run({"run", scenario(), "--appliances", "2", "--out", folder_ + "/fleet"}), 0);
+    const auto fleet = figures("fleet");
+    EXPECT_EQ(fleet["appliances"], 2);
+    EXPECT_EQ(fleet["events"], 2);
+    EXPECT_EQ(fleet["eventsConfirmed"], 2);
+    EXPECT_NE(fleet["returnPeakNoSpreadWatt"], fleet["returnPeakWatt"]);
+    EXPECT_THAT(output_, HasSubstr("the 2 refrigerators"));
+}
+
+TEST_F(LabCommand, AnExpectationThatIsMissedIsAStatus) {
+    const std::string file = scenario("[expect]\nenergy-below-kwh = 0.1\n");
+    EXPECT_EQ(run({"run", file, "--out", folder_ + "/out"}), 1);
+    EXPECT_THAT(output_, HasSubstr("Not as expected: the energy, in kWh, is "));
+}
+
+TEST_F(LabCommand, WithoutEventsThereIsNothingToCompareWith) {
+    EXPECT_EQ(run({"run", quietScenario(), "--json", "--out", folder_ + "/out"}), 0);
+    const auto json = nlohmann::json::parse(output_);
+    EXPECT_EQ(json["savedKwh"], 0);
+    EXPECT_EQ(json["events"], 0);
+}
+
+TEST_F(LabCommand, WrongUsageIsSaidInOneLine) {
+    EXPECT_EQ(run({"run", scenario("speed = 1\n"), "--out", folder_ + "/out"}), 2);
+    EXPECT_THAT(errors_, StartsWith("corvane-lab: " + folder_ + "/day.toml:7: programme.speed: "));
+    EXPECT_FALSE(std::filesystem::exists(folder_ + "/out"));
+    EXPECT_EQ(run({"run", scenario(), "--runs", "0"}), 2);
+    EXPECT_EQ(run({"run", scenario(), "--runs", "2", "--appliances", "2"}), 2);
+    EXPECT_EQ(run({"run"}), 2);
+    EXPECT_EQ(run({"compare", folder_, folder_}), 2);
+    EXPECT_THAT(errors_, HasSubstr("not the figures of a run"));
+}
+
+TEST_F(LabCommand, OtherSubcommandsAreLeftToOthers) { EXPECT_EQ(run({"explore"}), -1); }
+
+} // namespace
