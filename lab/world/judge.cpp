@@ -590,7 +590,8 @@ void Judge::readHours() {
         const bool isDeleted =
             std::any_of(hourDeletions_.begin(), hourDeletions_.end(), [&](const auto &condition) {
                 const std::string_view limit = std::string_view(condition).substr(3, 10);
-                return condition[0] == '<' ? hour < limit : hour > limit;
+                const std::string_view key = hour;
+                return condition[0] == '<' ? key < limit : key > limit;
             });
         if (hours.count(hour) == 0 && !isDeleted)
             broken("rows of the last six months stay", "the row " + std::string(hour) + " is gone");
@@ -598,7 +599,7 @@ void Judge::readHours() {
     std::string prunedBefore; // by the last pruning since
     for (const std::pmr::string &condition : hourDeletions_) {
         if (condition[0] == '<')
-            prunedBefore = condition.substr(3, 10);
+            prunedBefore = std::string_view(condition).substr(3, 10);
     }
     hours_ = hours;
     hourDeletions_.clear();

@@ -136,7 +136,6 @@ private:
     std::int64_t orderEndedMs_ = -1'000'000;
     int commandedLevel_ = -1; // the last level command
     std::int64_t commandedMs_ = 0;
-    std::int64_t commandedUtcMs_ = 0;
     int micomOverride_ = -1; // as its key was last written in this life
     std::optional<int> levelAtAnswer_, overrideAtAnswer_, blockAtAnswer_, enableAtAnswer_;
     int startLevel_ = 0; // of the key when the life began

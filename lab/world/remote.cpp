@@ -153,14 +153,17 @@ void forward(const platform::Request &request) {
 
 } // namespace
 
-std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, const Told &told) {
+std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, double orderShare, const Told &told) {
     using namespace fakes::proxy;
     switch (draws.whole(0, 11)) {
     case 0:
     case 1:
     case 2:
     case 3:
-        return order(draws, utcSec);
+        if (draws.chance(orderShare))
+            return order(draws, utcSec);
+        (void)setDelayDefrost(1);
+        break;
     case 4:
         (void)controlOverride(draws.whole(0, 1));
         break;

@@ -20,10 +20,12 @@ namespace corvane::lab {
 using Told = std::function<void(const char *what, int value)>;
 
 /*
- * utcSec: the service's clock, by which the remote side chooses its times. Gives the seconds until
- * an edge of what was ordered, at which another request is worth sending; 0: there is none.
+ * utcSec: the service's clock, by which the remote side chooses its times. orderShare: of the
+ * events that it thinks of, those that it orders; instead of others it wants defrost delay. Gives
+ * the seconds until an edge of what was ordered, at which another request is worth sending; 0:
+ * there is none.
  */
-std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, const Told &told);
+std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, double orderShare, const Told &told);
 
 /* Gives the refusal of the check, or nothing when it let the request through. */
 std::string sendAbsurd(Draws &draws);

@@ -87,6 +87,7 @@ Weather drawWeather(std::uint64_t seed) {
     weather.killHours = drawHours(draws, 72, 6);
     weather.terminateHours = drawHours(draws, 72, 6);
     weather.stormShare = drawHours(draws, 0.1, 0.5);
+    weather.orderShare = draws.oneOf({0.03, 0.3, 1.0});
     return weather;
 }
 
@@ -107,6 +108,7 @@ std::string describe(const Weather &weather) {
     tell(all, "database trouble each", weather.databaseHours, " h");
     tell(all, "metering trouble each", weather.meteringHours, " h");
     tell(all, "request each", weather.requestHours, " h");
+    tell(all, "ordering", weather.orderShare, "");
     tell(all, "absurd", weather.absurdShare, "");
     tell(all, "crowded", weather.crowdShare, "");
     tell(all, "power cut each", weather.powerCutHours, " h");

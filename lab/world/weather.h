@@ -25,6 +25,7 @@ struct Weather {
     double databaseHours = 0;     // busy, full, failing, locked by another process
     double meteringHours = 0;     // refuses, slow, hanging
     double requestHours = 0;      // of the remote side
+    double orderShare = 1;        // of the events that it thinks of
     double absurdShare = 0;       // of its requests
     double crowdShare = 0;        // of its requests: several at once, or repeated
     double powerCutHours = 0;

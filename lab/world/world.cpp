@@ -570,7 +570,7 @@ void World::runRemote(int number) {
 
 std::int64_t World::request(Draws &draws) {
     if (!draws.chance(weather_.absurdShare))
-        return sendSensible(draws, utcMs() / 1000,
+        return sendSensible(draws, utcMs() / 1000, weather_.orderShare,
                             [this](const char *what, int value) { judge_.told(what, value); });
     const std::string refusal = sendAbsurd(draws);
     if (!refusal.empty())

@@ -7,9 +7,6 @@
  * everything that happens outside the service but the remote side's requests, which have threads of
  * their own. In virtual time one thread runs at a time, and hands over only where it sleeps or
  * waits; so nothing here needs a lock.
- *
- * What the remote side orders may be given as a programme instead of drawn ones, and a sampler sees
- * the appliance at a steady pace: this is what scenarios are made of.
  */
 #ifndef CORVANE_LAB_WORLD_H
 #define CORVANE_LAB_WORLD_H
@@ -22,7 +19,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -44,7 +40,6 @@ public:
     /* In a process of its own, which it may end itself. True: the run is over. */
     bool liveOnce();
 
-    const Weather &weather() const { return weather_; }
     double virtualSec() const { return static_cast<double>(pastMs_) / 1000; }
     int lives() const { return lives_; }
     std::uint64_t hash() const { return hash_; }
