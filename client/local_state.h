@@ -19,7 +19,7 @@ namespace corvane::client {
 /* The folders of this process's environment; throws CommandFailed. */
 platform::Folders environmentFolders();
 
-/* Whether a service or a stand-in has ever kept its files in these folders. */
+/* Whether a service or an appliance has ever kept its files in these folders. */
 bool hasState(const platform::Folders &folders);
 
 class LocalState {

@@ -1,6 +1,6 @@
 /*
  * Where Corvane keeps its files: a state folder that outlives the machine's restart and a runtime
- * folder that does not. The service, the client and the stand-ins of the appliance all ask here, so
+ * folder that does not. The service, the client and the virtual appliance all ask here, so
  * that programs started with the same environment meet in the same folders.
  */
 #ifndef CORVANE_PLATFORM_LINUX_FOLDERS_H
