@@ -24,7 +24,7 @@ struct RunOptions {
 };
 
 /*
- * A pure function of this program, the scenario, the seed and the first options. Throws
+ * A pure function of this program, the scenario and the first options, its seed among them. Throws
  * std::runtime_error when a life ends by itself, with how it did. The caller has no other threads.
  */
 [[nodiscard]] RunResult runScenario(const Scenario &scenario, const RunOptions &options);
