@@ -336,8 +336,10 @@ std::string eventRow(const PlannedEvent &event, const EventFigures &figures, con
     row += tag("td", number(figures.fridgeFood, 1));
     row += tag("td", number(figures.freezerFood, 1));
     row += tag("td", delay);
-    row += tag("td", escaped(figures.outcome), "left");
-    return tag("tr", row, figures.outcome == "confirmed" ? "" : "bad");
+    row += tag("td", escaped(figures.outcome), "words");
+    const bool isGood =
+        figures.outcome == "confirmed" || figures.outcome == "confirmed, then replaced";
+    return tag("tr", row, isGood ? "" : "bad");
 }
 
 std::string eventsSection(const Runs &runs, const Figures &figures) {

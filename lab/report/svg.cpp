@@ -161,7 +161,7 @@ std::string draw(const HeatMap &map) {
     constexpr double kRow = 11;
     constexpr double kBottom = kTop + 24 * kRow;
     const double width =
-        std::min(36.0, (kWidth - kLeft - kRight) / static_cast<double>(map.columns.size()));
+        std::min(64.0, (kWidth - kLeft - kRight) / static_cast<double>(map.columns.size()));
     // The few highest hours (defrosts) share the last shade, or all others would look alike.
     std::vector<double> values;
     for (const auto &column : map.columns)
