@@ -147,6 +147,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     gateOpenMs_ = -1;
     keptFrom_.clear();
     isPruneDue_ = false;
+    limits_.clear();
     eventDirty_ = reservationsDirty_ = hoursDirty_ = true;
     eventDoubtful_ = eventLost_ = reservationsDoubtful_ = false;
     isCounterOfLastLife_ = true;
@@ -203,11 +204,13 @@ void Judge::seeLog(const std::string &text) {
                "the first one has started");
     if (isFirst)
         defrostSinceMs_ = now;
-    else if (text == "start EnergyDR Thread!!")
+    else if (text == "start EnergyDR Thread!!") {
+        checkTaskPause(defrostSinceMs_);
         drSinceMs_ = now;
-    else if (text == "start EnergyReport Thread!!")
+    } else if (text == "start EnergyReport Thread!!") {
+        checkTaskPause(drSinceMs_);
         reportSinceMs_ = now;
-    else if (text == "stop EnergyDR Thread!!")
+    } else if (text == "stop EnergyDR Thread!!")
         drSinceMs_ = -1;
     else if (text == "stop DefrostDelay Thread!!")
         defrostSinceMs_ = -1;
@@ -218,10 +221,7 @@ void Judge::seeLog(const std::string &text) {
     else if (text == "REPORT] callback Energy from Micom")
         ++cyclesDue_;
     else if (startsWith(text, "REPORT] [UTC]currentTime")) {
-        if (lastCycleMs_ >= 0 && now - lastCycleMs_ < kTaskMs)
-            broken("consecutive tasks are at least 50 ms apart",
-                   "two metering cycles, each of which sleeps a second first, came within " +
-                       std::to_string(now - lastCycleMs_) + " ms");
+        checkTaskPause(lastCycleMs_);
         lastCycleMs_ = now;
         if (--cyclesDue_ < 0)
             broken("a metering cycle follows each publication", "there was none for this cycle");
@@ -232,12 +232,21 @@ void Judge::seeLog(const std::string &text) {
         storesDue_ += numberIn(text) >= 1 ? 1 : 0;
     } else if (startsWith(text, "REPORT] delete date : ")) {
         keptFrom_ = text.substr(text.rfind(' ') + 1);
+        limits_.insert(keptFrom_);
         keptFromMs_ = now;
         isPruneDue_ = true;
         if (std::string_view(keptFrom_) != oldestKey(utcFields(eyes_->utcMs())))
             broken("rows older than six months are removed",
                    "the limit is given as " + std::string(keptFrom_));
     }
+}
+
+/* Of two tasks that each sleep a second before they do what is seen. */
+void Judge::checkTaskPause(std::int64_t beforeMs) const {
+    if (beforeMs >= 0 && eyes_->nowMs() - beforeMs < kTaskMs)
+        broken("consecutive tasks are at least 50 ms apart",
+               "two that sleep a second first were seen within " +
+                   std::to_string(eyes_->nowMs() - beforeMs) + " ms");
 }
 
 void Judge::seeSetting(const std::string &key, const std::string &value) {
@@ -423,8 +432,11 @@ void Judge::seeSql(const std::string &sql) {
             storesDue_ = std::max(0, storesDue_ - 1);
         if (isDelete)
             hourDeletions_.emplace_back(sql.substr(sql.find("date ") + 5));
-        if (sql.find("date < ") != sql.npos)
+        if (sql.find("date < ") != sql.npos) {
+            if (limits_.count(std::pmr::string(valuesOf(sql)[0])) == 0)
+                broken("only rows older than six months go", sql);
             isPruneDue_ = false;
+        }
     }
 }
 
@@ -809,9 +821,11 @@ void Judge::calm(int micomLevel) {
                                                                  std::to_string(micomLevel));
 }
 
-void Judge::terminated(const std::string &leftThreads, std::int64_t tookMs) {
+void Judge::terminated(const std::string &leftThreads, std::int64_t tookMs, bool leaks) {
     if (!leftThreads.empty())
         broken("after terminate no thread is left", leftThreads);
+    if (leaks)
+        broken("after terminate no memory is left", "the leak checker has told what is");
     if (tookMs > 3 * kPassesMs && !eyes_->isMeteringTroubled() && !eyes_->isStoreTroubled())
         broken("a worker notices its stop within one second",
                "terminate took " + std::to_string(tookMs) + " ms");

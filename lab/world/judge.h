@@ -63,7 +63,8 @@ public:
     void tick();
     /* All has been well for long enough that all must be right. */
     void calm(int micomLevel);
-    void terminated(const std::string &leftThreads, std::int64_t tookMs);
+    /* leaks: memory is left; known only to a build that looks for it. */
+    void terminated(const std::string &leftThreads, std::int64_t tookMs, bool leaks = false);
 
     /* Whether the service may be caught in inserting an event: the database failed while the order
      * emptied the table, and so the old row is still in the way. */
@@ -103,6 +104,7 @@ private:
     void checkEnergy();
     void checkGate();
 
+    void checkTaskPause(std::int64_t beforeMs) const;
     void noticeStoreFailures();
     void readTables();
     void readEvent();
@@ -179,7 +181,8 @@ private:
     std::pmr::string keptFrom_; // rows before it are to be gone
     std::int64_t keptFromMs_ = 0;
     bool isPruneDue_ = false;
-    std::int64_t counter_ = 0; // confirmed in the table
+    std::pmr::set<std::pmr::string> limits_; // of pruning, that were told in this life
+    std::int64_t counter_ = 0;               // confirmed in the table
     std::int64_t expected_ = 0;
     bool counterKnown_ = false;
     bool isCounterOfLastLife_ = false;

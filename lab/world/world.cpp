@@ -24,6 +24,9 @@
 
 extern "C" int serviceMain(int argc, char **argv);
 
+// Of the leak checker, where the program is built with one.
+extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
+
 namespace corvane::lab {
 namespace {
 
@@ -237,6 +240,8 @@ void World::beginLife() {
     }
     for (int i = 0; i < 4; ++i)
         keys[i] = fakes::settings::getInt(names[i]);
+    if (lives_ == 1)
+        writeHistory();
     fakes::clearRecords();
     setZone();
 
@@ -278,6 +283,23 @@ void World::beginLife() {
                   static_cast<int>(utcMs() % 1000));
     virtualtime::start({start, draws_.next(), 1e9});
     life_->runs = true;
+}
+
+/* Hours that the service has counted before the world began, in half of the worlds. */
+void World::writeHistory() {
+    if (draws_.chance(0.5))
+        return;
+    fakes::storage::execute("usage.db",
+                            "CREATE TABLE power_usage_table(date NUMERIC(12) NOT NULL, "
+                            "power_usage NUMERIC(14) NOT NULL, running_time NUMERIC(14) NOT NULL)");
+    std::int64_t counter =
+        draws_.chance(0.5) ? draws_.whole(999'980, 1'000'000) : draws_.whole(0, 500'000);
+    for (int hoursAgo : {7000, 5500, 4400, 3000, 800, 700, 24, 1}) {
+        std::string key = utcText(trueMs() - hoursAgo * kHourMs).substr(0, 13);
+        std::erase_if(key, [](char character) { return character == '-' || character == 'T'; });
+        fakes::storage::execute("usage.db", "INSERT INTO power_usage_table VALUES ('" + key +
+                                                "', " + std::to_string(counter) + ", 0)");
+    }
 }
 
 bool World::liveOnce() {
@@ -346,7 +368,12 @@ void World::terminate() {
     std::string threads;
     for (const std::string &thread : summary.leakedThreads)
         threads += (threads.empty() ? "" : "; ") + thread;
-    judge_.terminated(threads, took);
+    // The checker does not look into shared memory, where this life is kept.
+    [[maybe_unused]] static const InLife *volatile present = nullptr;
+    present = life_;
+    const bool leaks =
+        __lsan_do_recoverable_leak_check != nullptr && __lsan_do_recoverable_leak_check() != 0;
+    judge_.terminated(threads, took, leaks);
 }
 
 bool World::endLife() {

@@ -85,6 +85,7 @@ private:
     void plan();
     void planNext(Actor actor, double meanHours);
     void beginLife();
+    void writeHistory();
     void act(Actor actor);
     void waitUntil(std::int64_t timeMs);
     void observe(const fakes::Entry &entry);
