@@ -86,17 +86,21 @@ void RemoteSide::start(Listener listener) {
 
 void RemoteSide::stop() {
     (void)eventfd_write(stopFd_, 1); // cannot fail: the counter is far from full
+    requests_.dropWaiting();         // each may take its whole time-out
     requests_.stop();
     if (observer_.joinable())
         observer_.join();
 }
 
 Answer RemoteSide::request(const std::string &resource, const nlohmann::json &body) {
-    const auto answer = std::make_shared<std::promise<Answer>>();
-    if (!requests_.post([=, this] { answer->set_value(send(resource, body)); }))
+    auto answer = std::make_shared<std::promise<Answer>>();
+    auto future = answer->get_future();
+    // The task alone keeps the promise, so that a task that is dropped breaks it.
+    if (!requests_.post(
+            [=, this, answer = std::move(answer)] { answer->set_value(send(resource, body)); }))
         return {.reason = "too many requests wait for the service; try again in a few seconds",
                 .isBusy = true};
-    return answer->get_future().get();
+    return future.get();
 }
 
 void RemoteSide::requestLater(const std::string &resource,

@@ -57,7 +57,7 @@ public:
     void stop();
 
     /* Sends and waits for the answer. From any thread but those that call the listener. A body of
-     * null is a query. */
+     * null is a query. Throws std::future_error when stop() comes before its turn. */
     Answer request(const std::string &resource, const nlohmann::json &body);
 
     /* The same without waiting: `then` is called on the thread that sends, or not at all when too

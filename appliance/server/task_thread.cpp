@@ -20,6 +20,13 @@ bool TaskThread::post(Task task) {
     return true;
 }
 
+void TaskThread::dropWaiting() {
+    std::deque<Task> dropped; // outlives the lock: its tasks' destructors are calls out
+    const std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+    dropped.swap(tasks_);
+}
+
 void TaskThread::stop() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);

@@ -28,6 +28,9 @@ public:
     /* From any thread. False when the limit is reached or the thread stops: the task is not run. */
     [[nodiscard]] bool post(Task task);
 
+    /* Forgets what waits, but for the task under way, and takes nothing more. From any thread. */
+    void dropWaiting();
+
     /* Runs what waits already, then ends the thread. */
     void stop();
 

@@ -20,6 +20,25 @@ TEST(Tasks, RunInOrderAlsoThoseThatWaitAtTheStop) {
     EXPECT_FALSE(thread.post([] {}));
 }
 
+TEST(Tasks, ThatWaitAreForgottenWhenTheyAreDropped) {
+    std::promise<void> go;
+    std::promise<void> runs;
+    std::promise<int> answer;
+    auto answered = answer.get_future();
+    TaskThread thread(10);
+    ASSERT_TRUE(thread.post([&] {
+        runs.set_value();
+        go.get_future().wait();
+    }));
+    runs.get_future().wait();
+    ASSERT_TRUE(thread.post(
+        [kept = std::make_shared<std::promise<int>>(std::move(answer))] { kept->set_value(1); }));
+    thread.dropWaiting();
+    EXPECT_FALSE(thread.post([] {}));
+    EXPECT_THROW(answered.get(), std::future_error); // whoever waits for it is told
+    go.set_value();
+}
+
 TEST(Tasks, BeyondTheLimitAreNotTaken) {
     std::promise<void> go;
     std::promise<void> runs;
