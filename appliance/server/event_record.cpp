@@ -184,6 +184,11 @@ std::optional<double> EnergyTrail::between(TimeMs fromMs, TimeMs toMs) const {
 EventLedger::EventLedger(std::int64_t nextId, std::optional<EventRecord> open)
     : nextId_(nextId), open_(std::move(open)) {}
 
+void EventLedger::resume(const EventRecord &ended) {
+    settling_.push_back({ended});
+    ended_.push_back(ended);
+}
+
 void EventLedger::ordered(int level, TimeMs atMs) {
     lastOrder_ = Order{level, atMs, "page"};
     if (level == 0)
@@ -253,8 +258,7 @@ void EventLedger::end(TimeMs atMs, const std::string &by) {
         record.energyDuringWh = trail_.between(beganMs, beganMs + lengthMs);
         if (record.energyDuringWh)
             record.averageWatt = *record.energyDuringWh * 3'600'000 / static_cast<double>(lengthMs);
-        settling_.push_back({record});
-        ended_.push_back(record);
+        resume(record);
     }
     changed(record);
 }

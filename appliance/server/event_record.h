@@ -105,6 +105,10 @@ public:
     /* open: the record that was open when the appliance was last stopped. */
     EventLedger(std::int64_t nextId, std::optional<EventRecord> open);
 
+    /* A record that had ended when the appliance was last stopped, but was not settled: its energy
+     * after it is to be known still. */
+    void resume(const EventRecord &ended);
+
     /* An order was sent to the service; level 0 cancels. */
     void ordered(int level, TimeMs atMs);
     /* The service did not take the order sent last. */

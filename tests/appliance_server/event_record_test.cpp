@@ -174,6 +174,23 @@ TEST_F(Ledger, OverridesAndHeldDefrostsCountWhileTheEventRuns) {
     EXPECT_EQ(record.defrostsHeld, 1);
 }
 
+TEST(LedgerAfterRestart, SettlesWhatHadEndedBefore) {
+    EventRecord ended;
+    ended.id = 4;
+    ended.plan = kEvent;
+    ended.storedAtMs = kStart;
+    ended.endedAtMs = kEvent.endMs;
+    ended.energyDuringWh = 5;
+    EventLedger ledger(5, std::nullopt);
+    ledger.resume(ended);
+    EXPECT_EQ(ledger.takeEnded().size(), 1U); // its baseline is to be looked up
+    for (TimeMs at = kEvent.endMs; at <= kEvent.endMs + 10 * kMinute; at += kMinute)
+        ledger.sample(at, 60, static_cast<double>((at - kEvent.endMs) / kMinute));
+    const auto changed = ledger.takeChanged();
+    ASSERT_EQ(changed.size(), 1U);
+    EXPECT_NEAR(changed[0].energyAfterWh.value_or(0), 10, 0.001);
+}
+
 TEST(LedgerAfterRestart, GoesOnWithTheSameEventAndEndsAnother) {
     EventRecord open;
     open.id = 4;
