@@ -40,6 +40,8 @@ constexpr int kShortestWaitMs = 20; // real; bounds the work at high speed
 constexpr milliseconds kPublishAtMostEach{40};
 constexpr milliseconds kPublishAtLeastEach{1000};
 constexpr milliseconds kAskEach{5000};
+/* Enough for the events of the time that is loaded. */
+constexpr std::size_t kMostUnsettled = 100;
 constexpr TimeMs kTrailLoadedMs = TimeMs{49} * 3'600'000;
 /* By then the Micom has applied the first command that it heard. */
 constexpr TimeMs kFirstCommandAppliedMs = 900;
@@ -64,6 +66,14 @@ std::optional<int> intMember(const nlohmann::json &body, const char *name) {
     if (found == body.end() || !(found->is_number_integer() || found->is_boolean()))
         return std::nullopt;
     return found->is_boolean() ? static_cast<int>(found->get<bool>()) : found->get<int>();
+}
+
+/* A record that ended at the last moment that is known of it. */
+EventRecord abandoned(EventRecord record) {
+    record.endedAtMs = std::max(
+        {record.storedAtMs, record.confirmedAtMs.value_or(0), record.reportedAtMs.value_or(0)});
+    record.endedBy = "restart";
+    return record;
 }
 
 std::string textOf(const nlohmann::ordered_json &json) {
@@ -108,16 +118,15 @@ Appliance::Appliance(Options options, platform::SettingsStore &store, History &h
     publishIfDue();
 }
 
+Appliance::~Appliance() {
+    mailbox_.shut();
+    history_.flush(); // its tasks know this object
+}
+
 /* Goes on where the last run has stopped, as far as that can be known. */
 void Appliance::restore() {
     lastTraceId_ = history_.lastTraceId();
-    std::optional<EventRecord> open;
-    if (const auto records = history_.records(1);
-        !records.empty() && records[0].isOpen() && records[0].storedAtMs <= nowMs_)
-        open = records[0];
-    ledger_.emplace(history_.lastRecordId() + 1, open);
-    for (const HistoryRow &row : history_.rows((nowMs_ - kTrailLoadedMs) / 1000, nowMs_ / 1000, 60))
-        ledger_->trail().add((row.atSec + 60) * 1000, row.counterWh);
+    restoreRecords();
     if (const auto text = history_.text(kModelsText)) {
         if (const auto memory = fromText(*text)) {
             refrigerator_.restore(memory->refrigerator);
@@ -135,6 +144,25 @@ void Appliance::restore() {
                  json.value("lastAtMs", TimeMs{0}), json.value("lastFigure", std::string()),
                  json.value("lastStatus", 0), json.value("totalCounts", std::int64_t{0})});
     }
+}
+
+/* The event that was stored, and those whose time after is not over or was not looked at. */
+void Appliance::restoreRecords() {
+    auto records = history_.records(kMostUnsettled);
+    std::optional<EventRecord> open;
+    if (!records.empty() && records[0].isOpen()) {
+        if (records[0].storedAtMs <= nowMs_)
+            open = records[0];
+        else // of a clock that has gone back since; nobody would ever end it
+            history_.saveRecord(abandoned(records[0]));
+    }
+    ledger_.emplace(history_.lastRecordId() + 1, open);
+    for (const HistoryRow &row : history_.rows((nowMs_ - kTrailLoadedMs) / 1000, nowMs_ / 1000, 60))
+        ledger_->trail().add((row.atSec + 60) * 1000, row.counterWh);
+    for (const EventRecord &record : records)
+        if (!record.isOpen() && record.energyDuringWh && !record.energyAfterWh &&
+            *record.endedAtMs <= nowMs_ && *record.endedAtMs > nowMs_ - kTrailLoadedMs)
+            ledger_->resume(record);
 }
 
 void Appliance::save() {
@@ -165,7 +193,6 @@ void Appliance::run(int stopFd) {
     }
     mailbox_.shut();
     save();
-    history_.flush(); // its tasks know this object
     terminal_.say(nowMs_, "Micom", "stopped");
 }
 
@@ -207,15 +234,14 @@ void Appliance::hear(const platform::SettingChange &change) {
         return;
     isChanged_ = true;
     if (change.key == kDisplayOverrideKey)
-        overrideAskedBy_ = "display";
+        displayWish_ = *value;
     else if (change.key == kDefrostEnabledKey)
         defrostEnabled_ = *value;
     else if (change.key == kDefrostActiveKey)
         defrostActive_ = *value;
     else if (change.key == kServiceOverrideKey && override_.value_or(0) != *value) {
-        overrideBy_ = std::exchange(overrideAskedBy_, "");
-        if (overrideBy_.empty())
-            overrideBy_ = "remote";
+        // A wish for what was so already is still here when somebody else wants the opposite.
+        overrideBy_ = std::exchange(displayWish_, std::nullopt) == *value ? "display" : "remote";
         overrideSinceMs_ = nowMs_;
         ledger_->overridden(*value == 1, overrideBy_, nowMs_);
     }
@@ -405,7 +431,7 @@ void Appliance::remoteOrders(const std::string &resource, const nlohmann::json &
     if (resource == "ControlDRLC")
         ledger_->ordered(body.at("level").get<int>(), nowMs_);
     else if (resource == "ControlOverride")
-        overrideAskedBy_ = "remote";
+        displayWish_.reset();
     isChanged_ = true;
 }
 

@@ -63,6 +63,9 @@ public:
     /* The store is open; all outlive the appliance. Throws ApplianceError and HistoryError. */
     Appliance(Options options, platform::SettingsStore &store, History &history, StreamHub &hub,
               Terminal &terminal);
+    ~Appliance();
+    Appliance(const Appliance &) = delete;
+    Appliance &operator=(const Appliance &) = delete;
 
     /* Lives until stopFd is readable, then saves. Throws ApplianceError. */
     void run(int stopFd);
@@ -108,6 +111,7 @@ private:
     };
 
     void restore();
+    void restoreRecords();
     void save();
     void takeSettings();
     void hear(const platform::SettingChange &change);
@@ -163,8 +167,8 @@ private:
     std::optional<TimeMs> firstCommandMs_;
     std::optional<TimeMs> heardMs_;
     std::optional<TimeMs> reportMs_;
-    std::optional<int> override_; // as the service keeps it
-    std::string overrideAskedBy_;
+    std::optional<int> override_;    // as the service keeps it
+    std::optional<int> displayWish_; // the override that the display board asked for last
     std::string overrideBy_;
     std::optional<TimeMs> overrideSinceMs_;
     std::optional<int> block_;
