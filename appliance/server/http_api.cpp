@@ -42,6 +42,19 @@ ApiAnswer refuse(const Refusal &refusal) {
     return HttpApi::error(400, refusal.reason, refusal.field);
 }
 
+/* Throws Refusal unless the query has these names only, each at most once. */
+void takeOnly(const ApiRequest &request, const std::vector<std::string> &names) {
+    std::string list;
+    for (const std::string &name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    for (const auto &[name, value] : request.query)
+        if (request.query.count(name) > 1 ||
+            std::find(names.begin(), names.end(), name) == names.end())
+            throw Refusal{"query: " + platform::inQuotes(name) +
+                              " is unknown or repeated, expected are " + list,
+                          ""};
+}
+
 /* What the query says of a name; a fallback when it is not there. */
 std::string parameter(const ApiRequest &request, const std::string &name,
                       const std::string &fallback = "") {
@@ -52,9 +65,9 @@ std::string parameter(const ApiRequest &request, const std::string &name,
 /* A whole number of the query within the bounds; throws Refusal. */
 std::int64_t number(const ApiRequest &request, const std::string &name, std::int64_t fallback,
                     std::int64_t least, std::int64_t most) {
-    const std::string text = parameter(request, name);
-    if (text.empty())
+    if (!request.query.contains(name))
         return fallback;
+    const std::string text = parameter(request, name);
     std::int64_t value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
     if (result.ec != std::errc() || result.ptr != text.data() + text.size() || value < least ||
@@ -75,6 +88,7 @@ struct Span {
 /* The span that range=, or from= and to=, ask for; throws Refusal. */
 Span spanOf(const ApiRequest &request, std::int64_t nowSec) {
     constexpr std::int64_t kLastSec = 32'503'680'000; // the year 3000
+    takeOnly(request, {"range", "from", "to"});
     Span span;
     span.toSec = nowSec;
     if (request.query.contains("from") || request.query.contains("to")) {
@@ -99,6 +113,7 @@ Span spanOf(const ApiRequest &request, std::int64_t nowSec) {
 TraceFilter filterOf(const ApiRequest &request, std::size_t fallback, std::size_t most) {
     static constexpr std::array kSources{"",         "micom",   "display", "remote",
                                          "metering", "service", "page"};
+    takeOnly(request, {"limit", "before", "source", "text"});
     TraceFilter filter;
     filter.limit = static_cast<std::size_t>(number(
         request, "limit", static_cast<std::int64_t>(fallback), 1, static_cast<std::int64_t>(most)));

@@ -22,6 +22,14 @@ protected:
         EXPECT_TRUE(store_.open({folder_.file("state"), folder_.file("run"), false}).ok());
         std::filesystem::create_directories(folder_.file("state/appliance"));
         history_.emplace(folder_.file("state/appliance/history.db"), clockNowMs());
+        begin();
+    }
+    ~HttpApiTest() override {
+        end();
+        close(stopFd_);
+    }
+
+    void begin() {
         appliance_.emplace(Appliance::Options{.seed = 1,
                                               .speed = 1,
                                               .version = "test",
@@ -31,10 +39,30 @@ protected:
         api_.emplace(*appliance_, *history_, remote_, hub_, files_);
         engine_ = std::thread([this] { appliance_->run(stopFd_); });
     }
-    ~HttpApiTest() override {
+
+    void end() {
         (void)eventfd_write(stopFd_, 1);
         engine_.join();
-        close(stopFd_);
+        eventfd_t ignored = 0;
+        (void)eventfd_read(stopFd_, &ignored);
+    }
+
+    /* Ends the appliance and begins another one on the same history. */
+    void restart() {
+        end();
+        begin();
+    }
+
+    json records() { return json::parse(ask("GET", "/api/v1/records").body)["records"]; }
+
+    /* The service tells a change of the override. */
+    std::string whoHasSetOverride(int value) {
+        EXPECT_TRUE(store_.write("db/corvane/dr/override", value).ok());
+        json override;
+        do
+            override = json::parse(ask("GET", "/api/v1/state").body)["demandResponse"]["override"];
+        while (override["on"] != (value == 1));
+        return override["by"];
     }
 
     ApiAnswer ask(const std::string &method, const std::string &path, const std::string &body = "",
@@ -102,6 +130,66 @@ TEST_F(HttpApiTest, DisplayButtonWritesItsKey) {
     platform::SettingValue value;
     ASSERT_TRUE(store_.read(kDisplayOverrideKey, value).ok());
     EXPECT_EQ(value, platform::SettingValue(1));
+}
+
+TEST_F(HttpApiTest, OverrideIsTheDisplaysOnlyWhenItHasAskedForIt) {
+    ask("PUT", "/api/v1/display/override", R"({"override":1})");
+    EXPECT_EQ(whoHasSetOverride(1), "display");
+    ask("PUT", "/api/v1/display/override", R"({"override":1})"); // it is on already
+    EXPECT_EQ(whoHasSetOverride(0), "remote");
+}
+
+TEST_F(HttpApiTest, RecordThatTheClockHasLeftBehindIsNotOpenForEver) {
+    EventRecord record;
+    record.id = 3;
+    record.storedAtMs = clockNowMs() + 3'600'000;
+    record.plan = {2, record.storedAtMs, record.storedAtMs + 600'000};
+    record.reportedAtMs = record.storedAtMs + 2000;
+    history_->saveRecord(record);
+    restart();
+    const json kept = records();
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_FALSE(kept[0]["open"].get<bool>());
+    EXPECT_EQ(kept[0]["endedBy"], "restart");
+    EXPECT_EQ(kept[0]["endedAt"], kept[0]["reportedAt"]);
+}
+
+TEST_F(HttpApiTest, EnergyAfterAnEventIsFoundAlsoAfterARestart) {
+    // It ended before the present minute began; what followed is in the history.
+    const TimeMs now = clockNowMs();
+    const TimeMs endMs = now - now % 60'000 - 180'000;
+    EventRecord record;
+    record.id = 3;
+    record.storedAtMs = endMs - 60'000;
+    record.plan = {2, record.storedAtMs, endMs};
+    record.endedAtMs = endMs;
+    record.endedBy = "schedule";
+    record.energyDuringWh = 1;
+    history_->saveRecord(record);
+    for (int minute = 0; minute < 3; ++minute) {
+        HistoryRow row;
+        row.atSec = endMs / 1000 + 60 * (minute - 1);
+        row.counterWh = -10.0 + minute; // below all that the new appliance will count
+        history_->addMinute(row);
+    }
+    restart();
+    json found;
+    do
+        found = records()[0];
+    while (found["energyAfterWh"].is_null());
+    EXPECT_NEAR(found["energyAfterWh"].get<double>(), 1, 0.001);
+}
+
+TEST_F(HttpApiTest, QueryThatIsNotUnderstoodIsRefused) {
+    using Query = std::multimap<std::string, std::string>;
+    for (const Query &query : {Query{{"rnage", "hour"}}, Query{{"range", "hour"}, {"range", "day"}},
+                               Query{{"from", ""}}, Query{{"limit", "5"}}})
+        for (const char *path : {"/api/v1/history", "/api/v1/energy"})
+            EXPECT_EQ(ask("GET", path, "", query).status, 400) << path;
+    for (const Query &query : {Query{{"limit", ""}}, Query{{"range", "day"}},
+                               Query{{"source", "micom"}, {"source", "page"}}})
+        for (const char *path : {"/api/v1/trace", "/api/v1/trace.csv", "/api/v1/trace.json"})
+            EXPECT_EQ(ask("GET", path, "", query).status, 400) << path;
 }
 
 TEST_F(HttpApiTest, ServiceThatIsNotThereIsABadGateway) {
