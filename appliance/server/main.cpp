@@ -51,7 +51,7 @@ platform::Folders prepareFolders() {
     return folders;
 }
 
-/* One appliance at a time on one pair of folders. The lock goes with the process. */
+/* One appliance at a time on one pair of folders. The lock goes with the process's program. */
 void lockFolder(const platform::Folders &folders) {
     const std::string path = folders.state + kFolder + "/lock";
     const int held = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -147,6 +147,26 @@ void observe(RemoteSide &remote, Appliance &appliance) {
                       }});
 }
 
+/* However the engine ends, nobody is left who would ask it: its threads end before what they use.
+ */
+class Ending {
+public:
+    Ending(Appliance &appliance, HttpServer &server, RemoteSide &remote)
+        : appliance_(appliance), server_(server), remote_(remote) {}
+    ~Ending() {
+        appliance_.mailbox().shut();
+        remote_.stop();
+        server_.stop();
+    }
+    Ending(const Ending &) = delete;
+    Ending &operator=(const Ending &) = delete;
+
+private:
+    Appliance &appliance_;
+    HttpServer &server_;
+    RemoteSide &remote_;
+};
+
 void live(const Options &options, const platform::Folders &folders, int stopFd) {
     std::optional<std::string> password;
     if (!options.passwordFile.empty())
@@ -187,11 +207,10 @@ void live(const Options &options, const platform::Folders &folders, int stopFd) 
     const PageFiles files(options.pageFolder);
     const HttpApi api(appliance, history, remote, hub, files);
     const HttpGuard guard(server.place(), password);
+    const Ending ending(appliance, server, remote);
     server.start(api, guard, hub);
     terminal.say(clockNowMs(), "Page", "served at http://" + server.place().text() + "/");
     appliance.run(stopFd);
-    server.stop();
-    remote.stop();
 }
 
 int run(const std::vector<std::string> &arguments, char *name) {
@@ -200,8 +219,10 @@ int run(const std::vector<std::string> &arguments, char *name) {
         if (!options.zone.empty())
             requireNone(clock::useZone(options.zone));
         const platform::Folders folders = prepareFolders();
-        if (options.speed != 0)
+        if (options.speed != 0) {
+            lockFolder(folders); // the clock there may be another appliance's
             liveByNewClock(options, folders, arguments, name);
+        }
         // Threads that only wait should not each keep a heap of their own, and large answers
         // should go back to the system.
         // NOLINTBEGIN(concurrency-mt-unsafe): there is one thread yet

@@ -1,16 +1,19 @@
 """The virtual refrigerator and its HTTP interface, beside the real service."""
 
+import contextlib
 import csv
 import http.client
 import io
 import json
 import os
+import shutil
+import signal
 import socket
 import threading
 
 import appliance
 from appliance import Page, Streams
-from harness import LEVEL, NORMAL, Instance, SystemTest, wait_for
+from harness import DEADLINE_SEC, LEVEL, NORMAL, Instance, SystemTest, wait_for
 
 ORDERS_MEASURED = 3
 MOST_SECONDS_TO_CONFIRM = 3
@@ -588,6 +591,39 @@ class ApplianceAlone(SystemTest):
         self.assertEqual(status, 1)
         self.assertIn("another appliance", errors)
         self.assert_stops(first)
+
+    def test_SecondApplianceLeavesTheFirstOnesClockAlone(self):
+        first = self.corvane.start_program("corvane-appliance", "--speed", "60")
+        first.wait_for_output("ready")
+        with open(self.corvane.runtime + "/clock", "rb") as file:
+            clock = file.read()
+        status, _, errors = self.run_to_end("--speed", "2", "--listen", "127.0.0.1:0",
+                                            "--metering-port", "0")
+        self.assertEqual(status, 1)
+        self.assertIn("another appliance", errors)
+        with open(self.corvane.runtime + "/clock", "rb") as file:
+            self.assertEqual(file.read(), clock)
+        self.assert_stops(first)
+
+    def test_EngineThatFailsEndsTheProgramAlsoWhenItIsAsked(self):
+        program = self.corvane.start_program("corvane-appliance")
+        program.wait_for_output("ready")
+        with contextlib.ExitStack() as connections:
+            askers = []
+            for port, method in ((8080, "GET"), (7777, "POST")):
+                asker = connections.enter_context(contextlib.closing(
+                    http.client.HTTPConnection("127.0.0.1", port, timeout=DEADLINE_SEC)))
+                asker.request(method, "/none", None, {"Content-Length": "0"})
+                asker.getresponse().read()
+                askers.append(asker)
+            # Asked between two of its steps, of which the second fails.
+            program.send(signal.SIGSTOP)
+            shutil.rmtree(self.corvane.runtime + "/settings")
+            askers[0].request("GET", "/api/v1/state")
+            askers[1].request("POST", "/external/metering", None, {"Content-Length": "0"})
+            program.send(signal.SIGCONT)
+            self.assertEqual(program.wait(), 1)
+        self.assertIn("settings folder was removed", program.log)
 
     def test_PasswordIsNeededByWhoComesWithout(self):
         program = self.corvane.start_program(
