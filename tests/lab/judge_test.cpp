@@ -24,13 +24,15 @@ protected:
         see(Kind::Watch, "db/corvane/dr/micom_override");
         command("SET_SMARTGRID_DISABLE");
         see(Kind::Log, "start DefrostDelay Thread!!");
+        now += 1'050;
         command("SET_SMARTGRID_LEVEL_NORMAL");
         set("db/corvane/dr/override", "0");
         see(Kind::Notification, "SendOverrideNotify(0)");
         see(Kind::Notification, "SendDefrostBlockNotify(0)");
         see(Kind::Log, "start EnergyDR Thread!!");
+        now += 1'050;
         see(Kind::Log, "start EnergyReport Thread!!");
-        pass(600); // past the start's own exceptions, and the repeat of 12:10
+        pass(598); // past the start's own exceptions, and the repeat of 12:10
     }
 
     void see(Kind kind, const std::string &text) { judge.see({kind, text, 0}); }
@@ -185,7 +187,17 @@ TEST_F(JudgeTest, OverrideThatIsNotCommandedIsBroken) {
 TEST_F(JudgeTest, ThreadLeftAfterTerminateIsBroken) {
     expectBroken([&] { judge.terminated("thread 3", 500); }, "no thread is left");
     expectBroken([&] { judge.terminated("", 60'000); }, "within one second");
+    expectBroken([&] { judge.terminated("", 1'000, true); }, "no memory is left");
     EXPECT_NO_THROW(judge.terminated("", 1'000));
+}
+
+TEST_F(JudgeTest, PruningBeforeAnotherLimitThanSixMonthsIsBroken) {
+    expectBroken([&] { see(Kind::Log, "REPORT] delete date : 2026020000"); }, "older than six");
+    see(Kind::Log, "REPORT] delete date : 2026010000");
+    EXPECT_NO_THROW(see(Kind::Sql, "DELETE from power_usage_table WHERE date < '2026010000';"));
+    expectBroken(
+        [&] { see(Kind::Sql, "DELETE from power_usage_table WHERE date < '2026073112';"); },
+        "older than six");
 }
 
 TEST_F(JudgeTest, GateThatStaysShutIsBroken) {
