@@ -48,6 +48,7 @@ void eachField(Memory &memory, Visit visit) {
     visit("heldSince", r.heldSince, -kFarAway, kFarAway);
     visit("foodLimitActive", r.foodLimitActive, false, true);
     visit("levelSec", r.levelSec, 0.0, kCentury);
+    visit("strongSec", r.strongSec, 0.0, kCentury);
     visit("returnFrom", r.returnFrom, 0, kHighestLevel);
     visit("returnSec", r.returnSec, 0.0, kCentury);
     visit("returnDelaySec", r.returnDelaySec, 0.0, kCentury);

@@ -138,6 +138,9 @@ void Refrigerator::passTimers(double sec) {
     if (memory_.level > 0) {
         memory_.levelSec += sec;
     }
+    if (memory_.level >= kStrongLevel) {
+        memory_.strongSec += sec;
+    }
     if (memory_.returnFrom == 0) {
         return;
     }
@@ -255,6 +258,9 @@ void Refrigerator::setLevel(int level, TimeMs now) {
     }
     const int ended = effectiveLevel();
     memory_.level = level;
+    if (level < kStrongLevel) {
+        memory_.strongSec = 0;
+    }
     memory_.returnFrom = 0;
     if (level == 0) {
         if (ended > 0) {
@@ -309,6 +315,7 @@ void Refrigerator::restartControl(TimeMs now) {
     reach(now);
     memory_.level = 0;
     memory_.levelSec = 0;
+    memory_.strongSec = 0;
     memory_.override = false;
     memory_.defrostHold = false;
     memory_.returnFrom = 0;
@@ -374,7 +381,7 @@ Refrigerator::Wishes Refrigerator::wishes() const {
         share = 1 - back;
         limit = p.returnCapacityLimit + (1 - p.returnCapacityLimit) * back;
     } else {
-        const bool shedding = level >= kStrongLevel && memory_.levelSec < p.strongShedSec;
+        const bool shedding = level >= kStrongLevel && memory_.strongSec < p.strongShedSec;
         limit = shedding ? 0 : p.levels.at(static_cast<std::size_t>(level)).capacityLimit;
     }
     if (memory_.foodLimitActive) {

@@ -100,6 +100,7 @@ struct RefrigeratorMemory {
     TimeMs heldSince = 0; // meaningful while held
     bool foodLimitActive = false;
     double levelSec = 0;         // since the level was last 0
+    double strongSec = 0;        // since it was last below 3
     int returnFrom = 0;          // level that has ended; 0: no return is under way
     double returnSec = 0;        // since it has ended
     double returnDelaySec = 0;   // how long its set-points stay on

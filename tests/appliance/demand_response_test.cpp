@@ -72,6 +72,18 @@ TEST(DemandResponseGoal, StrongLevelsHalveThePowerOver10Minutes) {
     }
 }
 
+TEST(DemandResponseGoal, StrongLevelsAfterWeakOnesHalveThePowerToo) {
+    for (std::uint64_t seed = 1; seed <= 25; ++seed) {
+        for (const int weak : {1, 2}) {
+            Pair pair(seed, 30, weak);
+            pair.normal.advance(afterHours(31));
+            pair.reduced.advance(afterHours(31));
+            pair.reduced.setLevel(3, afterHours(31));
+            EXPECT_GE(pair.savedOver(1.0 / 6), 0.5) << "seed " << seed << ", from level " << weak;
+        }
+    }
+}
+
 TEST(DemandResponseGoal, EachLevelSavesMoreThanTheOneBelow) {
     double below = 0;
     for (int level = 1; level <= kHighestLevel; ++level) {
