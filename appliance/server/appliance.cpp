@@ -28,6 +28,7 @@ constexpr const char *kDefrostEnabledKey = "db/corvane/defrost/status";
 constexpr const char *kDefrostActiveKey = "db/corvane/defrost/activate";
 
 constexpr const char *kModelsText = "models";
+constexpr const char *kOverrideText = "override";
 constexpr const char *kMeteringText = "metering";
 
 constexpr TimeMs kMinuteMs = 60'000;
@@ -127,6 +128,7 @@ Appliance::~Appliance() {
 void Appliance::restore() {
     lastTraceId_ = history_.lastTraceId();
     restoreRecords();
+    restoreOverride();
     if (const auto text = history_.text(kModelsText)) {
         if (const auto memory = fromText(*text)) {
             refrigerator_.restore(memory->refrigerator);
@@ -144,6 +146,24 @@ void Appliance::restore() {
                  json.value("lastAtMs", TimeMs{0}), json.value("lastFigure", std::string()),
                  json.value("lastStatus", 0), json.value("totalCounts", std::int64_t{0})});
     }
+}
+
+/* Who has overridden and since when, unless that has changed while nobody looked. */
+void Appliance::restoreOverride() {
+    const auto text = history_.text(kOverrideText);
+    const auto saved = nlohmann::json::parse(text.value_or(""), nullptr, false);
+    if (!saved.is_object() || saved.value("value", -1) != override_ ||
+        saved.value("sinceMs", TimeMs{0}) > nowMs_) // the clock has gone back since
+        return;
+    overrideBy_ = saved.value("by", "");
+    overrideSinceMs_ = saved.value("sinceMs", TimeMs{0});
+}
+
+void Appliance::saveOverride() {
+    history_.saveText(
+        kOverrideText,
+        nlohmann::json{{"value", *override_}, {"by", overrideBy_}, {"sinceMs", *overrideSinceMs_}}
+            .dump());
 }
 
 /* The event that was stored, and those whose time after is not over or was not looked at. */
@@ -239,14 +259,19 @@ void Appliance::hear(const platform::SettingChange &change) {
         defrostEnabled_ = *value;
     else if (change.key == kDefrostActiveKey)
         defrostActive_ = *value;
-    else if (change.key == kServiceOverrideKey && override_.value_or(0) != *value) {
-        // A wish for what was so already is still here when somebody else wants the opposite.
-        overrideBy_ = std::exchange(displayWish_, std::nullopt) == *value ? "display" : "remote";
-        overrideSinceMs_ = nowMs_;
-        ledger_->overridden(*value == 1, overrideBy_, nowMs_);
-    }
-    if (change.key == kServiceOverrideKey)
-        override_ = *value;
+    else if (change.key == kServiceOverrideKey)
+        hearOverride(*value);
+}
+
+void Appliance::hearOverride(int value) {
+    const int before = std::exchange(override_, value).value_or(0);
+    if (before == value)
+        return;
+    // A wish for what was so already is still here when somebody else wants the opposite.
+    overrideBy_ = std::exchange(displayWish_, std::nullopt) == value ? "display" : "remote";
+    overrideSinceMs_ = nowMs_;
+    ledger_->overridden(value == 1, overrideBy_, nowMs_);
+    saveOverride();
 }
 
 void Appliance::hearCommand(const std::string &command) {

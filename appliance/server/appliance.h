@@ -112,9 +112,12 @@ private:
 
     void restore();
     void restoreRecords();
+    void restoreOverride();
+    void saveOverride();
     void save();
     void takeSettings();
     void hear(const platform::SettingChange &change);
+    void hearOverride(int value);
     void hearCommand(const std::string &command);
     void advance(TimeMs nowMs);
     void step(TimeMs toMs);

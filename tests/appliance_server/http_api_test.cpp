@@ -139,6 +139,22 @@ TEST_F(HttpApiTest, OverrideIsTheDisplaysOnlyWhenItHasAskedForIt) {
     EXPECT_EQ(whoHasSetOverride(0), "remote");
 }
 
+TEST_F(HttpApiTest, OverrideIsToldWithWhoAndSinceWhenAfterARestartUnlessItHasChanged) {
+    const auto told = [this] {
+        return json::parse(ask("GET", "/api/v1/state").body)["demandResponse"]["override"];
+    };
+    ask("PUT", "/api/v1/display/override", R"({"override":1})");
+    whoHasSetOverride(1);
+    const json before = told();
+    restart();
+    EXPECT_EQ(told(), before);
+    end();
+    EXPECT_TRUE(store_.write("db/corvane/dr/override", 0).ok());
+    begin();
+    EXPECT_TRUE(told()["by"].is_null());
+    EXPECT_TRUE(told()["sinceAt"].is_null());
+}
+
 TEST_F(HttpApiTest, RecordThatTheClockHasLeftBehindIsNotOpenForEver) {
     EventRecord record;
     record.id = 3;
