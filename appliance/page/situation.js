@@ -24,8 +24,9 @@ function sentence(state, now, clock) {
   const { refrigerator, demandResponse } = state;
   const { event, override } = demandResponse;
   if (override.on && event?.state === "running") {
-    const by = override.by === "display" ? "somebody at the refrigerator" : "the remote side";
-    return ["held", `Override: ${levelName(event.level).toLowerCase()} is set aside`, `Cooling normally since ${clock.when(override.sinceAt, now)}, asked for by ${by}.`];
+    const by = { display: ", asked for by somebody at the refrigerator", remote: ", asked for by the remote side" }[override.by] ?? "";
+    const since = Number.isFinite(override.sinceAt) ? ` since ${clock.when(override.sinceAt, now)}` : "";
+    return ["held", `Override: ${levelName(event.level).toLowerCase()} is set aside`, `Cooling normally${since}${by}.`];
   }
   if (event?.state === "running") {
     const goesBack = refrigerator.foodLimitActive ? "Cooling all the same: the food's limit is reached." : "";

@@ -176,6 +176,17 @@ describe("orders", () => {
     await assertSound(page);
   });
 
+  it("OverrideOfWhichNothingIsKnownIsNobodys", async () => {
+    const page = await open(browser, stub.url);
+    await page.click("#order-send");
+    await seeText(page, "#hero-headline", /Load reduced/);
+    stub.state((state) => {
+      state.demandResponse.override = { on: true, by: null, sinceAt: null };
+    });
+    await seeText(page, "#hero-headline", /Override/);
+    await seeText(page, "#hero-detail", /^Cooling normally\.$/);
+  });
+
   it("EachChangeGoesToItsOwnAddress", async () => {
     const page = await open(browser, stub.url);
     for (const [selector, method, path, body] of [
@@ -264,12 +275,17 @@ describe("what is shown", () => {
       const sample = (at, powerWatt) => ({ at, powerWatt, fridgeCelsius: 4, freezerCelsius: -18, ambientCelsius: 22 });
       const model = { now: 842, history: { range: "hour", data }, samples: [sample(725, 60), sample(726, 61), sample(841, 20)] };
       const [at, power] = columns(model);
-      const averages = averagesAround({ ...model, state: { speed: 1 } }, 726);
-      return { drawn: at.map((time, place) => [time, power[place]]), averages };
+      const young = averagesAround({ ...model, state: { speed: 1 } }, 726);
+      const older = { ...data };
+      for (const [name, values] of Object.entries(data)) if (name !== "stepSec") older[name] = [name === "at" ? -2340 : null, ...values];
+      const averages = averagesAround({ ...model, history: { range: "hour", data: older }, state: { speed: 1 } }, 726);
+      return { drawn: at.map((time, place) => [time, power[place]]), averages, young };
     });
     assert.deepEqual(rows.drawn, [[600, 50], [660, null], [725, 60], [726, 61], [841, 20]]);
     // A mean over time, where what is not known counts for nothing; the last point lasts for nothing yet.
     assert.deepEqual(rows.averages, { sinceWatt: 61, beforeWatt: 50 });
+    // Two minutes are no hour that an event could be compared with.
+    assert.deepEqual(rows.young, { sinceWatt: 61, beforeWatt: null });
   });
 
   it("TraceIsFilteredAndExportedAsFiltered", async () => {
