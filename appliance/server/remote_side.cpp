@@ -106,7 +106,13 @@ Answer RemoteSide::request(const std::string &resource, const nlohmann::json &bo
 void RemoteSide::requestLater(const std::string &resource,
                               std::function<void(const Answer &)> then) {
     // What comes too often is left out; whoever asks later asks again.
-    (void)requests_.post([=, this] { then(send(resource, nullptr)); });
+    (void)requests_.post([=, this] {
+        try {
+            then(send(resource, nullptr));
+        } catch (const nlohmann::json::exception &) {
+            // A service of another kind may answer in another form; that tells nothing.
+        }
+    });
 }
 
 Answer RemoteSide::send(const std::string &resource, const nlohmann::json &body) const {

@@ -61,7 +61,8 @@ public:
     Answer request(const std::string &resource, const nlohmann::json &body);
 
     /* The same without waiting: `then` is called on the thread that sends, or not at all when too
-     * many requests wait. */
+     * many requests wait. An answer in which it finds something else than it expects, and throws
+     * nlohmann::json::exception over, is left alone. */
     void requestLater(const std::string &resource, std::function<void(const Answer &)> then);
 
     const client::Endpoint &endpoint() const { return endpoint_; }
