@@ -1,6 +1,7 @@
 // The curves as they are drawn: the history's steps, the finer samples of the last hour, and the
 // present. Functions of the model alone.
 
+const kMostOfAnHourSec = 3000;
 const kColumns = ["at", "powerWatt", "fridgeCelsius", "freezerCelsius", "ambientCelsius"];
 
 /**
@@ -22,20 +23,23 @@ export function columns({ state, history, samples, now }) {
   return kColumns.map((_, place) => rows.map((row) => row[place]));
 }
 
-/** The mean over time: samples and steps last for different times. */
-export function mean(at, power) {
+/** The mean over time, since samples and steps last for different times; and how much of it is known. */
+function meanAndKnown(at, power) {
   let [wattSec, sec] = [0, 0];
   for (let place = 0; place + 1 < at.length; place++) {
     if (power[place] === null) continue;
     wattSec += power[place] * (at[place + 1] - at[place]);
     sec += at[place + 1] - at[place];
   }
-  return sec > 0 ? wattSec / sec : (power.at(-1) ?? null);
+  return { watt: sec > 0 ? wattSec / sec : (power.at(-1) ?? null), sec };
 }
+
+export const mean = (at, power) => meanAndKnown(at, power).watt;
 
 /**
  * The average power since a moment, and in the rest of the last hour before it: what an event does
- * while its record does not tell yet. Null where the curves do not reach.
+ * while its record does not tell yet. Null where the curves do not reach: a few minutes in which the
+ * compressor rested are no hour.
  */
 export function averagesAround(model, from) {
   const { range, data } = model.history;
@@ -43,8 +47,9 @@ export function averagesAround(model, from) {
   const first = at.findIndex((time) => time >= from - 3600);
   const begin = at.findIndex((time) => time >= from);
   const isKnown = begin >= 0 && at[begin] - from < 60 + 5 * model.state.speed;
+  const before = meanAndKnown(at.slice(first, begin), power.slice(first, begin));
   return {
     sinceWatt: isKnown ? mean(at.slice(begin), power.slice(begin)) : null,
-    beforeWatt: isKnown && begin - first > 1 ? mean(at.slice(first, begin), power.slice(first, begin)) : null,
+    beforeWatt: isKnown && before.sec >= kMostOfAnHourSec ? before.watt : null,
   };
 }

@@ -277,7 +277,7 @@ describe("what is shown", () => {
       const [at, power] = columns(model);
       const young = averagesAround({ ...model, state: { speed: 1 } }, 726);
       const older = { ...data };
-      for (const [name, values] of Object.entries(data)) if (name !== "stepSec") older[name] = [name === "at" ? -2340 : null, ...values];
+      for (const [name, values] of Object.entries(data)) if (name !== "stepSec") older[name] = [name === "at" ? -2400 : 50, ...values];
       const averages = averagesAround({ ...model, history: { range: "hour", data: older }, state: { speed: 1 } }, 726);
       return { drawn: at.map((time, place) => [time, power[place]]), averages, young };
     });
