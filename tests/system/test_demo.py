@@ -21,9 +21,10 @@ class Demo(SystemTest):
     def tearDownClass(cls):
         assert cls.other.service.stop() == 0
 
-    def run_script(self, name, port, *arguments):
+    def run_script(self, name, port, *arguments, **environment):
         # The compiler's cache is kept in the home folder.
-        instance = Instance(name, f"127.0.0.1:{port}", HOME=os.environ.get("HOME", "/"))
+        instance = Instance(name, f"127.0.0.1:{port}", HOME=os.environ.get("HOME", "/"),
+                            **environment)
         return instance, instance.start_program(ROOT + "/run", *arguments)
 
     def test_DemonstrationShowsEveryStepAndEndsWell(self):
@@ -42,6 +43,11 @@ class Demo(SystemTest):
     def test_InterruptEndsTheOneThatStaysUp(self):
         _, run = self.run_script("interrupted", 15684)
         run.wait_for_output("The service stays up.", deadline_sec=BUILD_DEADLINE_SEC)
+        self.assertEqual(run.stop(signal.SIGINT), 130)
+
+    def test_ClockOfAFastRunBeforeIsNotTaken(self):
+        _, run = self.run_script("slow", 15686, CORVANE_CLOCK="/nonexistent/clock")
+        run.wait_for_output("The live page is at", deadline_sec=BUILD_DEADLINE_SEC)
         self.assertEqual(run.stop(signal.SIGINT), 130)
 
     def test_PortOfAnotherInstanceIsTold(self):
