@@ -4,6 +4,7 @@
  */
 #include "appliance.h"
 
+#include "json_values.h"
 #include "memory.h"
 #include "text.h"
 
@@ -75,10 +76,6 @@ EventRecord abandoned(EventRecord record) {
         {record.storedAtMs, record.confirmedAtMs.value_or(0), record.reportedAtMs.value_or(0)});
     record.endedBy = "restart";
     return record;
-}
-
-std::string textOf(const nlohmann::ordered_json &json) {
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 std::string membersText(const nlohmann::json &body) {
@@ -539,7 +536,7 @@ void Appliance::trace(const char *source, const char *direction, const std::stri
         {"metering", "Metering"}, {"service", "Service"}, {"page", "Page"}};
     const TraceEntry entry{++lastTraceId_, nowMs_, source, direction, text, value};
     history_.addTrace(entry);
-    hub_.publish(streamEvent("trace", traceJson(entry).dump(), entry.id));
+    hub_.publish(streamEvent("trace", textOf(traceJson(entry)), entry.id));
     if (!isRoutine)
         terminal_.say(nowMs_, kNames.at(source), text);
 }
@@ -549,7 +546,7 @@ void Appliance::trace(const char *source, const char *direction, const std::stri
 void Appliance::settleRecords() {
     for (const EventRecord &record : ledger_->takeChanged()) {
         history_.saveRecord(record);
-        hub_.publish(streamEvent("record", recordJson(record).dump()));
+        hub_.publish(streamEvent("record", textOf(recordJson(record))));
         isChanged_ = true;
     }
     for (const EventRecord &record : ledger_->takeEnded()) {
@@ -586,7 +583,7 @@ void Appliance::publishIfDue() {
     publishedAt_ = now;
     auto snapshot = std::make_shared<Snapshot>();
     snapshot->json = compose();
-    snapshot->text = snapshot->json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    snapshot->text = textOf(snapshot->json);
     snapshot->takenAt = now;
     hub_.publishState(streamEvent("state", snapshot->text));
     const std::lock_guard<std::mutex> lock(snapshotMutex_);

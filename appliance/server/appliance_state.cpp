@@ -1,8 +1,8 @@
 /* How the engine tells its state; the members are those of the HTTP interface. */
 #include "appliance.h"
+#include "json_values.h"
 
 #include <array>
-#include <cmath>
 #include <ctime>
 
 namespace corvane::appliance {
@@ -12,22 +12,6 @@ using nlohmann::ordered_json;
 
 /* A command that is not confirmed by then is worth a word. */
 constexpr TimeMs kConfirmedWithinMs = 20'000;
-
-template <typename T>
-ordered_json orNull(const std::optional<T> &value) {
-    return value ? ordered_json(*value) : ordered_json(nullptr);
-}
-
-ordered_json momentOrNull(const std::optional<TimeMs> &atMs) {
-    return atMs ? ordered_json(secondsOf(*atMs)) : ordered_json(nullptr);
-}
-
-ordered_json textOrNull(const std::string &text) {
-    return text.empty() ? ordered_json(nullptr) : ordered_json(text);
-}
-
-/* Three decimals are more than anybody sees, and keep the texts short. */
-double rounded(double value) { return std::round(value * 1000) / 1000; }
 
 std::string localText(TimeMs atMs, int &utcOffsetSec) {
     const auto seconds = static_cast<std::time_t>(atMs / 1000);

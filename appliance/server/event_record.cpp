@@ -1,6 +1,8 @@
 /* The ledger's conclusions, and the forms of a record; see the header. */
 #include "event_record.h"
 
+#include "json_values.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iterator>
@@ -14,19 +16,6 @@ using nlohmann::ordered_json;
 
 constexpr TimeMs kTrailGapMs = 300'000;         // over a longer one the counter is not interpolated
 constexpr TimeMs kRestartEndsWithinMs = 30'000; // the service reacts a second after the echo
-
-template <typename T>
-ordered_json orNull(const std::optional<T> &value) {
-    return value ? ordered_json(*value) : ordered_json(nullptr);
-}
-
-ordered_json momentOrNull(const std::optional<TimeMs> &atMs) {
-    return atMs ? ordered_json(secondsOf(*atMs)) : ordered_json(nullptr);
-}
-
-ordered_json textOrNull(const std::string &text) {
-    return text.empty() ? ordered_json(nullptr) : ordered_json(text);
-}
 
 TimeMs toMs(const nlohmann::json &seconds) { return std::llround(seconds.get<double>() * 1000); }
 

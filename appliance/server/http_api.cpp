@@ -4,6 +4,7 @@
  */
 #include "http_api.h"
 
+#include "json_values.h"
 #include "metrics.h"
 #include "request_checks.h"
 #include "text.h"
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 
 namespace corvane::appliance {
 namespace {
@@ -32,11 +32,7 @@ constexpr std::size_t kMostRecords = 1'000;
 /* The engine shows itself each second; this old, it hangs. */
 constexpr std::chrono::seconds kOldestSnapshot{5};
 
-std::string dump(const ordered_json &value) {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-ApiAnswer good(const ordered_json &value) { return {.body = dump(value)}; }
+ApiAnswer good(const ordered_json &value) { return {.body = textOf(value)}; }
 
 ApiAnswer refuse(const Refusal &refusal) {
     return HttpApi::error(400, refusal.reason, refusal.field);
@@ -131,8 +127,6 @@ TraceFilter filterOf(const ApiRequest &request, std::size_t fallback, std::size_
 void offerAsFile(ApiAnswer &answer, const std::string &name) {
     answer.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + name + "\"");
 }
-
-double rounded(double value) { return std::round(value * 1000) / 1000; }
 
 /* The spans in which a window was held, out of rows in order. */
 ordered_json windowsOf(const std::vector<HistoryRow> &rows, int stepSec) {
@@ -242,7 +236,7 @@ ApiAnswer HttpApi::error(int status, const std::string &reason, const std::strin
     ordered_json body{{"error", reason}};
     if (!field.empty())
         body["field"] = field;
-    return {.status = status, .body = dump(body)};
+    return {.status = status, .body = textOf(body)};
 }
 
 ApiAnswer HttpApi::answer(ApiRequest request) const {
@@ -371,7 +365,7 @@ ApiAnswer HttpApi::trace(const ApiRequest &request) const {
     }
     // As text at once: a tree of all entries would be ten times as large.
     history_.trace(filter, [&](const TraceEntry &entry) {
-        answer.body += (answer.body.empty() ? "" : ",") + dump(traceJson(entry));
+        answer.body += (answer.body.empty() ? "" : ",") + textOf(traceJson(entry));
     });
     answer.body = "{\"entries\":[" + answer.body + "]}";
     if (isExport)
@@ -451,7 +445,7 @@ ApiAnswer answerOf(const Answer &answer) {
     const bool isPassedOn = answer.code == 400 || answer.code == 409 || answer.code == 503;
     if (answer.code == 0)
         body["service"]["code"] = nullptr;
-    return {.status = isPassedOn ? answer.code : 502, .body = dump(body)};
+    return {.status = isPassedOn ? answer.code : 502, .body = textOf(body)};
 }
 
 } // namespace
