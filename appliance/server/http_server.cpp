@@ -21,6 +21,8 @@ namespace {
 
 constexpr int kBacklog = 128;
 constexpr std::size_t kRequestsAConnection = 1000;
+/* Each idle connection keeps a thread, and the stop waits for it. */
+constexpr std::time_t kIdleSec = 1;
 constexpr std::chrono::milliseconds kPingEach{15'000};
 
 const char *const kPagePolicy = "default-src 'self'; style-src 'self' 'unsafe-inline'; "
@@ -90,6 +92,7 @@ public:
     Library() {
         new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
         set_keep_alive_max_count(kRequestsAConnection);
+        set_keep_alive_timeout(kIdleSec);
         set_payload_max_length(kMaxBody);
         set_tcp_nodelay(true);
         set_pre_routing_handler([](const Request &request, Response &response) {

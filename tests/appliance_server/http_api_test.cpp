@@ -1,9 +1,11 @@
 /* The HTTP interface without a socket: an engine in a folder of its own, no service anywhere. */
 #include "http_api.h"
+#include "http_server.h"
 
 #include "temp_folder.h"
 
 #include <gmock/gmock.h>
+#include <httplib.h>
 
 #include <algorithm>
 #include <thread>
@@ -236,6 +238,20 @@ TEST_F(HttpApiTest, HistoryHasAStepForEachMinuteAndNullsForGaps) {
     EXPECT_TRUE(history["powerWatt"][0].is_null());
     ASSERT_EQ(history["windows"].size(), 1U);
     EXPECT_EQ(history["windows"][0]["to"], hourAgo + 120);
+}
+
+TEST_F(HttpApiTest, IdleConnectionHardlyDelaysTheStop) {
+    HttpServer server({"127.0.0.1", 0});
+    const HttpGuard guard(server.place(), std::nullopt);
+    server.start(*api_, guard, hub_);
+    httplib::Client page("127.0.0.1", server.place().port);
+    page.set_keep_alive(true);
+    const auto answer = page.Get("/openapi.json");
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 200);
+    const auto began = std::chrono::steady_clock::now();
+    server.stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(4));
 }
 
 TEST_F(HttpApiTest, BodyOfAnotherTypeIsRefused) {
