@@ -176,6 +176,14 @@ describe("orders", () => {
     await assertSound(page);
   });
 
+  it("NothingIsPromisedForADurationThatIsRefused", async () => {
+    const page = await open(browser, stub.url);
+    for (const [duration, promise] of [["00:02:00", /^Level 3 for 2\smin/], ["00:02", /^$/], ["00:00:00", /^$/], ["", /own default/]]) {
+      await page.fill("#order-duration", duration);
+      await seeText(page, "#order-preview", promise);
+    }
+  });
+
   it("OverrideOfWhichNothingIsKnownIsNobodys", async () => {
     const page = await open(browser, stub.url);
     await page.click("#order-send");

@@ -27,8 +27,9 @@ function preview(form, { state, clock, now }) {
   if (level === 0) {
     return state?.demandResponse.event ? "Ends the stored event at once." : "No event is stored; the normal level is commanded once more.";
   }
-  const durationSec = duration === "" ? kDefaultSec : secondsOf(duration);
-  if (state === null || durationSec === null) return "";
+  // Nothing is promised for what the appliance will refuse.
+  const durationSec = duration === "" ? kDefaultSec : duration.length === "hh:mm:ss".length ? secondsOf(duration) : null;
+  if (state === null || !durationSec) return "";
   const lasts = `${levelName(level)} for ${span(durationSec)}${duration === "" ? ", the service's own default" : ""}`;
   const replaces = state.demandResponse.event ? " Takes the place of the stored event." : "";
   if (startAt === null) return `${lasts}, until ${clock.shortTime(now + durationSec)}.${replaces}`;
