@@ -31,6 +31,15 @@ std::string readText(const nlohmann::json &json, const char *name) {
     return json.at(name).is_null() ? "" : json.at(name).get<std::string>();
 }
 
+/* "on 2026-07-31T13:20:00.000Z by display; off …", as one cell. */
+std::string overridesText(const std::vector<OverrideChange> &overrides) {
+    std::string text;
+    for (const OverrideChange &change : overrides)
+        text += (text.empty() ? "" : "; ") + std::string(change.on ? "on " : "off ") +
+                utcText(change.atMs) + " by " + change.by;
+    return text;
+}
+
 } // namespace
 
 // ---- forms --------------------------------------------------------------------------------------
@@ -93,7 +102,7 @@ EventRecord recordFromJson(const nlohmann::json &json) {
 }
 
 std::string recordsCsv(const std::vector<EventRecord> &records) {
-    // The members of the JSON form in their order; moments as UTC text, overrides as their number.
+    // The members of the JSON form in their order; moments as UTC text.
     std::string csv;
     const nlohmann::ordered_json heads = recordJson({}); // items() only refers to it
     for (const auto &[name, value] : heads.items())
@@ -107,7 +116,7 @@ std::string recordsCsv(const std::vector<EventRecord> &records) {
             if (name.size() > 2 && name.ends_with("At") && !value.is_null())
                 line += utcText(toMs(value));
             else if (value.is_array())
-                line += std::to_string(value.size());
+                line += csvField(overridesText(record.overrides));
             else if (value.is_string())
                 line += csvField(value.get<std::string>());
             else if (!value.is_null())

@@ -259,5 +259,13 @@ TEST(Record, CsvHasALineOfNamesAndUtcMoments) {
     EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2);
 }
 
+TEST(Record, CsvTellsEachOverrideWithItsTimeAndWho) {
+    EventRecord record;
+    record.plan = kEvent;
+    record.overrides = {{true, kStart, "display"}, {false, kStart + 1500, "remote"}};
+    EXPECT_THAT(recordsCsv({record}), HasSubstr(",on 2026-07-31T12:13:20.000Z by display; "
+                                                "off 2026-07-31T12:13:21.500Z by remote,"));
+}
+
 } // namespace
 } // namespace corvane::appliance
