@@ -271,6 +271,18 @@ describe("what is shown", () => {
     assert.equal(await page.locator('[data-step="commanded"] .step-time').textContent(), first);
   });
 
+  it("RepeatedCommandDoesNotLengthenTheReturnToNormal", async () => {
+    const page = await open(browser, stub.url);
+    const { steps, totalSec } = await page.evaluate(async () => {
+      const { stepsOf } = await import("/page/views/demand.js");
+      const normal = (at) => ({ level: 0, at });
+      return stepsOf({ demandResponse: { event: null, ordered: null, commanded: normal(700), confirmed: normal(100.5), reported: normal(101) } },
+        [{ open: false, level: 3, endedAt: 100 }]);
+    });
+    assert.equal(totalSec, 1);
+    assert.deepEqual(steps.map(({ at, tookSec }) => [at, tookSec]), [[100, undefined], [100.5, undefined], [100.5, 0.5], [101, 0.5]]);
+  });
+
   it("CurveOfTheHourFollowsEachSecond", async () => {
     const page = await open(browser, stub.url);
     const rows = await page.evaluate(async () => {

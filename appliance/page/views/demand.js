@@ -38,11 +38,16 @@ export function stepsOf({ demandResponse }, records) {
     const first = isOpen ? (record[`${name}At`] ?? seen?.at) : seen?.at;
     steps.push({ name, level: isThere ? level : (seen?.level ?? null), at: isThere ? first : null });
   }
+  // A command that comes after its confirmation is a repetition; the first one was confirmed.
+  const [, commanded, confirmed] = steps;
+  if (commanded.at !== null && confirmed.at !== null && commanded.at > confirmed.at) {
+    Object.assign(commanded, { at: confirmed.at, isRepeated: true });
+  }
   // Each counts from what came before it: the end of an event is reported at once, not when the
   // Micom has confirmed it.
   const times = steps.slice(1).map((step) => step.at);
   for (const step of steps.slice(1)) {
-    if (step.at === null || !Number.isFinite(base)) continue;
+    if (step.at === null || step.isRepeated || !Number.isFinite(base)) continue;
     step.tookSec = step.at - Math.max(base, ...times.filter((at) => at !== null && at < step.at));
   }
   const isComplete = Number.isFinite(base) && !times.includes(null);
@@ -86,7 +91,7 @@ function showSteps({ state, records, now, clock }) {
     if (isNext) setAttribute(item, "aria-current", "step");
     else item.removeAttribute("aria-current");
     setText(item.querySelector(".step-level"), levelName(place === 0 && step.at === null ? null : step.level));
-    setText(item.querySelector(".step-time"), step.at === null ? (isNext ? "waiting" : isWaiting ? `from ${clock.when(state.demandResponse.event.startAt, now)}` : "–") : clock.time(step.at));
+    setText(item.querySelector(".step-time"), step.at === null ? (isNext ? "waiting" : isWaiting ? `from ${clock.when(state.demandResponse.event.startAt, now)}` : "–") : `${step.isRepeated ? "by " : ""}${clock.time(step.at)}`);
     const tookText = step.tookSec !== undefined ? took(step.tookSec) : isNext && Number.isFinite(waited) ? span(waited) : "";
     setText(item.querySelector(".step-took"), place === 0 ? (step.note ?? "") : tookText);
   });
