@@ -10,6 +10,7 @@
  */
 #include "http_server.h"
 
+#include "socket_options.h"
 #include "status.h"
 
 #include <cerrno>
@@ -95,6 +96,7 @@ public:
         set_keep_alive_timeout(kIdleSec);
         set_payload_max_length(kMaxBody);
         set_tcp_nodelay(true);
+        set_socket_options(takeAddressAlone);
         set_pre_routing_handler([](const Request &request, Response &response) {
             if (request.path.size() <= kMaxPath && request.path.front() == '/')
                 return HandlerResponse::Unhandled;

@@ -1,6 +1,7 @@
 /* The listener on cpp-httplib; see the header. */
 #include "metering_listener.h"
 
+#include "socket_options.h"
 #include "status.h"
 
 #include <cerrno>
@@ -20,6 +21,7 @@ MeteringListener::MeteringListener(Appliance &appliance, int port, int speed)
     : appliance_(appliance), speed_(speed), server_(std::make_unique<httplib::Server>()) {
     server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
     server_->set_payload_max_length(kMaxBody);
+    server_->set_socket_options(takeAddressAlone);
     const auto take = [this](const httplib::Request &request, httplib::Response &response) {
         // The service is no browser; what comes from one is another site's page.
         if (request.has_header("Origin")) {

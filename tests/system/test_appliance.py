@@ -592,6 +592,13 @@ class ApplianceAlone(SystemTest):
         self.assertIn("another appliance", errors)
         self.assert_stops(first)
 
+    def test_SecondApplianceOnTheSamePortsIsRefused(self):
+        first = Instance("first").start_program("corvane-appliance")
+        first.wait_for_output("ready")
+        self.assert_fails("127.0.0.1:8080", "--metering-port", "0")
+        self.assert_fails("127.0.0.1:7777", "--listen", "127.0.0.1:0")
+        self.assert_stops(first)
+
     def test_SecondApplianceLeavesTheFirstOnesClockAlone(self):
         first = self.corvane.start_program("corvane-appliance", "--speed", "60")
         first.wait_for_output("ready")
