@@ -101,11 +101,13 @@ std::string zoneName() {
     return at == std::string::npos ? "UTC" : target.substr(at + std::strlen("zoneinfo/"));
 }
 
-std::optional<double> figure(const nlohmann::json &body, const char *name) {
+/* A month's consumption; the service counts in units of 100 Wh, and tells hundredths of them. */
+std::optional<double> consumedKwh(const nlohmann::json &body, const char *name) {
+    constexpr double kUnitsPerKwh = 10;
     const std::string text = body.value(name, "");
     char *end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    return text.empty() || *end != '\0' ? std::nullopt : std::optional(value);
+    const double units = std::strtod(text.c_str(), &end);
+    return text.empty() || *end != '\0' ? std::nullopt : std::optional(units / kUnitsPerKwh);
 }
 
 void askService(RemoteSide &remote, Appliance &appliance) {
@@ -122,8 +124,8 @@ void askService(RemoteSide &remote, Appliance &appliance) {
     remote.requestLater("GetEnergyConsumption", [&appliance](const Answer &answer) {
         if (!answer.isGood())
             return;
-        appliance.mailbox().post([&appliance, thisMonth = figure(answer.body, "cumulative"),
-                                  previous = figure(answer.body, "monthly")] {
+        appliance.mailbox().post([&appliance, thisMonth = consumedKwh(answer.body, "cumulative"),
+                                  previous = consumedKwh(answer.body, "monthly")] {
             appliance.serviceTellsConsumption(thisMonth, previous);
         });
     });

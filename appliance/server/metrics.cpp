@@ -57,7 +57,7 @@ constexpr Metric kMetrics[] = {
     {"corvane_service_defrost_delay_enabled", "", "gauge", "Whether defrost delay is on.",
      "/defrostDelay/enabled"},
     {"corvane_service_consumption", "{month=\"this\"}", "gauge",
-     "Consumption as the service answers it.", "/consumption/thisMonthKwh"},
+     "Consumption by the service's answer, kWh.", "/consumption/thisMonthKwh"},
     {"corvane_service_consumption", "{month=\"previous\"}", "gauge", "",
      "/consumption/previousMonthKwh"},
 };

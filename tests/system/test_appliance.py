@@ -517,6 +517,12 @@ class ApplianceFast(SystemTest):
         hours = self.page.get("/api/v1/energy?range=day")["hours"]
         self.assertGreater(sum(hour["energyWh"] for hour in hours), metering["totalWh"] / 2)
 
+        # What the service answers is of the same size as what it was told.
+        month = self.page.wait_for_state("the month", lambda state: (
+            (state["consumption"]["thisMonthKwh"] or 0) > 0))
+        self.assertLess(month["consumption"]["thisMonthKwh"],
+                        1.1 * month["metering"]["totalWh"] / 1000 + 0.001)
+
         counter = self.page.state["refrigerator"]["energyWh"]
         self.assertEqual(self.program.stop(), 0)
         type(self).program = self.corvane.start_program("corvane-appliance")
