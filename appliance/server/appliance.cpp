@@ -348,7 +348,8 @@ void Appliance::step(TimeMs toMs) {
             if (each.key == key)
                 counts = counts * 256 + each.value;
         if (each.key == kEnergyKeys.back()) {
-            const double wh = counts * Micom::kCountWh;
+            // Divided, since 70 counts times 0.01 are 0.7000000000000001.
+            const double wh = counts / (1 / Micom::kCountWh);
             counts = 0;
             trace("micom", "out", "published " + nlohmann::json(wh).dump() + " Wh", wh, true);
         }
