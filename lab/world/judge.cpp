@@ -613,6 +613,7 @@ void Judge::readHours() {
         if (condition[0] == '<')
             prunedBefore = std::string_view(condition).substr(3, 10);
     }
+    const std::pmr::set<std::pmr::string> before = hours_;
     hours_ = hours;
     hourDeletions_.clear();
     // Rows of a clock that was set may be older than six months; they stay until the next month.
@@ -621,8 +622,11 @@ void Judge::readHours() {
         eyes_->nowMs() - clockTouchedMs_ > kGateMs)
         broken("rows older than six months go",
                "the row " + std::string(*hours_.begin()) + " is older than " + prunedBefore);
-    if (rows.empty() && !prunedBefore.empty() && storesDue_ == 0)
-        expected_ = counter_ = 0; // a jump into the same hour of another half-year
+    // A jump into the same hour of another half-year: no hour was left to go on from. What was
+    // still to be stored then is added to nothing.
+    const bool isEmptied = !prunedBefore.empty() && !before.empty() &&
+                           std::string_view(*before.rbegin()) < prunedBefore;
+    counterDoubtful_ = counterDoubtful_ || isEmptied;
     const std::int64_t counter = rows.empty() ? 0 : std::atoll(rows.back()[1].c_str());
     if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&
         (counter < counter_ || counter > expected_) && expected_ <= kCounterWrap)
