@@ -57,7 +57,7 @@ struct Parameters {
     double condenserCapacityKelvin = 9;    // typical: added at full capacity
     double evaporatorApproachKelvin = 2;   // typical: refrigerant below the metal
     double capacityFullKelvin = 3.0;       // tuned: full capacity this much above set-point
-    double minimumOnSec = 180;             // typical: oil return
+    double minimumOnSec = 60;              // rule: oil returns also at lowest speed
     double minimumOffSec = 240;            // typical: pressures even out
 
     // Thermostats.

@@ -159,7 +159,7 @@ TEST(DemandResponseLevel, ModerateAndStrongSetBackTheSetPointsAndTheCapacity) {
 TEST(DemandResponseLevel, StrongBeginsWithTheCompressorOff) {
     for (std::uint64_t seed = 1; seed <= 20; ++seed) {
         Pair pair(seed, 30, 3);
-        pair.reduced.advance(afterHours(30) + 180'000); // its minimum on time at the most
+        pair.reduced.advance(afterHours(30) + 60'000); // its minimum on time at the most
         live(pair.reduced, afterHours(30) + 890'000,
              [&pair] { ASSERT_FALSE(pair.reduced.compressorOn()); });
     }

@@ -265,7 +265,7 @@ TEST(RefrigeratorCompressor, TellsWhyItWaits) {
     liveUntilCompressorTurns(refrigerator, true);
     EXPECT_EQ(refrigerator.state().compressor.reason, std::nullopt);
     refrigerator.setLevel(4, refrigerator.at() + 50'000);
-    EXPECT_EQ(refrigerator.state().compressor.reason, "minimum on time, 2:10 left");
+    EXPECT_EQ(refrigerator.state().compressor.reason, "minimum on time, 0:10 left");
     liveUntilCompressorTurns(refrigerator, false);
     EXPECT_EQ(refrigerator.state().compressor.reason, "off by the level");
     refrigerator.setOverride(true, refrigerator.at() + 30'000);
