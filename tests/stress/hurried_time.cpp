@@ -32,6 +32,10 @@ extern "C" int clock_nanosleep(clockid_t, int, const timespec *wanted, timespec 
 
 namespace virtualtime {
 
+bool active() { return false; }
+
+int threadNumber() { return 0; }
+
 void nameThread(const std::string &) {} // real threads go by no name
 
 void sleepSec(double sec) { std::this_thread::sleep_for(std::chrono::duration<double>(sec)); }
