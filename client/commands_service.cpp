@@ -246,12 +246,14 @@ void showEnergy(const Context &context) {
         context.print({{"cumulative", consumption.cumulative}, {"monthly", consumption.monthly}});
         return;
     }
-    const std::size_t width = std::max(consumption.cumulative.size(), consumption.monthly.size());
+    const std::string thisMonth = energyText(consumption.cumulative);
+    const std::string lastMonth = energyText(consumption.monthly);
+    const std::size_t width = std::max(thisMonth.size(), lastMonth.size());
     const auto figure = [&](const char *label, const std::string &text) {
         context.out << "  " << label << std::string(width - text.size(), ' ') << text << "\n";
     };
-    figure("this month so far  ", consumption.cumulative);
-    figure("last month         ", consumption.monthly);
+    figure("this month so far  ", thisMonth);
+    figure("last month         ", lastMonth);
 }
 
 } // namespace corvane::client

@@ -9,6 +9,9 @@
 #include "calendar.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
 #include <map>
 #include <sstream>
 
@@ -105,6 +108,17 @@ std::string levelText(int level) {
 }
 
 /* --- reservations --- */
+
+std::string energyText(const std::string &figure) {
+    double counted = 0;
+    const char *end = figure.data() + figure.size();
+    const auto [stopped, error] = std::from_chars(figure.data(), end, counted);
+    if (error != std::errc() || stopped != end)
+        return printable(figure, kColumns);
+    std::array<char, 64> text{};
+    (void)std::snprintf(text.data(), text.size(), "%.3f kWh", counted / 10);
+    return text.data();
+}
 
 std::string reservationTable(const std::vector<Reservation> &reservations, std::time_t now,
                              const Style &style) {
@@ -260,9 +274,9 @@ std::string statusScreen(const StatusReport &report, const Style &style) {
 
     screen += "\n" + heading("Consumption", style);
     screen += labelled("this month", report.consumption, style,
-                       [](const Consumption &figures) { return figures.cumulative; });
+                       [](const Consumption &figures) { return energyText(figures.cumulative); });
     if (report.consumption.value)
-        screen += labelled("last month", report.consumption.value->monthly);
+        screen += labelled("last month", energyText(report.consumption.value->monthly));
     return screen;
 }
 

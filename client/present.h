@@ -38,6 +38,10 @@ private:
 
 std::string levelText(int level);
 
+/* A figure of the service's counter, which counts 100 Wh, in kWh; a figure that is no number as it
+ * is. */
+std::string energyText(const std::string &figure);
+
 /* The whole screen. */
 std::string statusScreen(const StatusReport &report, const Style &style);
 Json statusJson(const StatusReport &report);

@@ -153,7 +153,7 @@ TEST_F(Commands, ListedReservationsHaveTheDocumentedShape) {
 TEST_F(Commands, ConsumptionIsShownAsTheServiceWritesIt) {
     answerAll();
     ASSERT_EQ(corvanectl({"energy"}), 0);
-    EXPECT_EQ(out_.str(), "  this month so far  220.45\n  last month         100.00\n");
+    EXPECT_EQ(out_.str(), "  this month so far  22.045 kWh\n  last month         10.000 kWh\n");
     ASSERT_EQ(corvanectl({"energy", "--json"}), 0);
     EXPECT_EQ(printed().dump(), R"({"cumulative":"220.45","monthly":"100.00"})");
 }

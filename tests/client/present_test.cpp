@@ -49,6 +49,17 @@ protected:
     TimeZone zone_{"Europe/Berlin"};
 };
 
+TEST(EnergyText, CountsHundredsOfWattHours) {
+    EXPECT_EQ(energyText("0.00"), "0.000 kWh");
+    EXPECT_EQ(energyText("1.00"), "0.100 kWh");
+    EXPECT_EQ(energyText("220.45"), "22.045 kWh");
+}
+
+TEST(EnergyText, FigureThatIsNoNumberIsShownAsItIs) {
+    for (const char *figure : {"", "much", "1.00 kWh", "1,00"})
+        EXPECT_EQ(energyText(figure), figure);
+}
+
 TEST_F(Present, StatusShowsEveryPieceWithinEightyColumns) {
     const std::string screen = statusScreen(full(), kPlain);
     expectNarrow(screen);
@@ -63,8 +74,8 @@ TEST_F(Present, StatusShowsEveryPieceWithinEightyColumns) {
     EXPECT_THAT(screen, HasSubstr("  > 3   An evening of thirt...  06-01"));
     EXPECT_THAT(screen, HasSubstr("opens 17:30:30\n"));
     EXPECT_THAT(screen, HasSubstr("    0   Summer Season"));
-    EXPECT_THAT(screen, HasSubstr("this month    220.45\n"));
-    EXPECT_THAT(screen, HasSubstr("last month    100.00\n"));
+    EXPECT_THAT(screen, HasSubstr("this month    22.045 kWh\n"));
+    EXPECT_THAT(screen, HasSubstr("last month    10.000 kWh\n"));
     EXPECT_THAT(screen, Not(HasSubstr("\033")));
 }
 
