@@ -15,5 +15,10 @@ if cmp -s "$source/package-lock.json" installed.json; then
 fi
 rm -f installed.json
 cp "$source"/{package.json,package-lock.json,.npmrc} .
+# Node brings certificates of its own; the system's are also those that its administrator trusts.
+system_certificates=/etc/ssl/certs/ca-certificates.crt
+if [ -z "${NODE_EXTRA_CA_CERTS:-}" ] && [ -r "$system_certificates" ]; then
+    export NODE_EXTRA_CA_CERTS=$system_certificates
+fi
 npm ci --no-progress
 cp package-lock.json installed.json
