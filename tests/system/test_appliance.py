@@ -15,9 +15,6 @@ import appliance
 from appliance import Page, Streams
 from harness import DEADLINE_SEC, LEVEL, NORMAL, Instance, SystemTest, wait_for
 
-ORDERS_MEASURED = 3
-MOST_SECONDS_TO_CONFIRM = 3
-
 
 def start_both(corvane, *options, service="corvane"):
     """Appliance and service, up to the first level that is reported. Gives the appliance."""
@@ -65,9 +62,8 @@ class ApplianceTest(SystemTest):
 class ApplianceOrders(ApplianceTest):
     """What the page orders, and what comes of it."""
 
-    def test_EventIsConfirmedInTimeReportedAndEnded(self):
-        took = []
-        for _ in range(ORDERS_MEASURED):
+    def test_EventIsConfirmedReportedAndCancelled(self):
+        for _ in range(2):  # the second finds what the first left behind
             self.page.change("POST", "/api/v1/event", {"level": 3, "duration": "00:10:00"})
             state = self.page.wait_for_state("level 3 reported", lambda state: (
                 (state["demandResponse"]["reported"] or {}).get("level") == 3))
@@ -80,11 +76,7 @@ class ApplianceOrders(ApplianceTest):
             self.assertEqual(told["ordered"]["by"], "page")
             self.assertEqual(told["event"]["state"], "running")
             self.assertEqual(state["refrigerator"]["mode"], "strong")
-            took.append(told["confirmed"]["at"] - told["ordered"]["at"])
             state = self.cancel()
-        print("seconds from order to confirmation:", took)
-        # A busy machine may delay one of them.
-        self.assertLess(min(took), MOST_SECONDS_TO_CONFIRM)
         self.assertIn(state["refrigerator"]["mode"], ("returning", "normal"))
         self.assertIn("heard    SET_SMARTGRID_LEVEL3", self.program.output)
         self.assertIn("applied  level 3", self.program.output)
