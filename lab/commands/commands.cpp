@@ -1,29 +1,42 @@
 /*
- * Reading the command lines of the subcommands that work with scenarios.
+ * Reading corvane-lab's command line.
  */
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
 
-#include <string>
+#include <cstdio>
+#include <exception>
 
 namespace corvane::lab {
 
-std::optional<int> runScenarioCommand(int argc, char **argv) {
-    const std::string name = argc > 1 ? argv[1] : "";
-    if (name != "run" && name != "compare")
-        return std::nullopt;
+int runCommand(int argc, char **argv) {
     CLI::App program("The laboratory: the unmodified service in virtual time", "corvane-lab");
     program.require_subcommand(1);
+    program.footer("Examples:\n"
+                   "  corvane-lab run lab/scenarios/august-evenings.toml\n"
+                   "  corvane-lab explore --seeds 100 --days 14 --jobs 2\n"
+                   "  corvane-lab replay --seed 7 --days 14 --trace\n\n"
+                   "Exit status: 0 done, 1 failed or a rule was broken, 2 wrong usage.");
     Action action;
     addRun(program, action);
     addCompare(program, action);
+    addExplore(program, action);
+    addReplay(program, action);
     try {
         program.parse(argc, argv);
+    } catch (const CLI::Success &wanted) {
+        return program.exit(wanted);
     } catch (const CLI::ParseError &error) {
-        return program.exit(error) == 0 ? 0 : 2;
+        std::fprintf(stderr, "corvane-lab: %s; see corvane-lab --help\n", error.what());
+        return 2;
     }
-    return action();
+    try {
+        return action();
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "corvane-lab: %s\n", error.what());
+        return 1;
+    }
 }
 
 } // namespace corvane::lab

@@ -1,0 +1,199 @@
+/*
+ * The subcommands explore and replay: worlds drawn from seeds, each judged, in as many processes as
+ * there are jobs.
+ */
+#include "commands.h"
+#include "runs.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace corvane::lab {
+namespace {
+
+constexpr int kBrokenStatus = 1;
+constexpr int kMaxJobs = 64;
+
+struct Wish {
+    bool isReplay = false;
+    std::uint64_t seeds = 0; // how many, of explore
+    std::string file;        // of replay; empty: the one seed
+    int jobs = 1;
+    bool isCalm = false;
+    Setup setup;
+};
+
+/* "SEED DAYS what it showed"; # begins a comment. */
+std::vector<Setup> readFile(const std::string &path) {
+    std::ifstream file(path);
+    if (!file)
+        throw std::runtime_error("cannot read " + path);
+    std::vector<Setup> setups;
+    for (std::string line; std::getline(file, line);) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        Setup setup;
+        std::istringstream fields(line);
+        if (!(fields >> setup.seed >> setup.days) || setup.days <= 0)
+            throw std::runtime_error(path +
+                                     ": a line is not \"SEED DAYS what it showed\": " + line);
+        setups.push_back(setup);
+    }
+    return setups;
+}
+
+std::vector<Setup> setupsOf(const Wish &wish) {
+    if (!wish.file.empty())
+        return readFile(wish.file);
+    std::vector<Setup> setups(wish.isReplay ? 1 : wish.seeds, wish.setup);
+    for (std::size_t i = 0; i < setups.size(); ++i)
+        setups[i].seed += i;
+    return setups;
+}
+
+/* What the jobs add up, in memory that they share. */
+struct Totals {
+    std::uint64_t broken;
+    std::uint64_t lives;
+    double virtualSec;
+    double realSec; // of all jobs together
+};
+
+void tell(const Setup &setup, const Result &result, bool tellsAll) {
+    if (!result.isBroken && !tellsAll)
+        return;
+    const Weather weather = setup.hasWeather ? drawWeather(setup.seed) : calmWeather(setup.seed);
+    std::ostringstream text;
+    text << "seed " << setup.seed << ": " << describe(weather) << "\n" << result.report;
+    if (result.isBroken)
+        text << "  repeat with: corvane-lab replay --seed " << setup.seed << " --days "
+             << setup.days << " --trace" << (setup.hasWeather ? "" : " --no-weather") << "\n";
+    else
+        text << result.lives << " lives, " << result.steps << " steps, trace hash " << std::hex
+             << result.hash << "\n";
+    std::fputs(text.str().c_str(), stdout);
+    std::fflush(stdout);
+}
+
+void work(const std::vector<Setup> &setups, std::size_t first, std::size_t step, bool tellsAll,
+          Totals &totals) {
+    for (std::size_t i = first; i < setups.size(); i += step) {
+        if (tellsAll && setups[i].printsTrace)
+            std::printf("seed %llu: %s\n", static_cast<unsigned long long>(setups[i].seed),
+                        describe(drawWeather(setups[i].seed)).c_str());
+        const Result result = runOnce(setups[i]);
+        tell(setups[i], result, tellsAll);
+        totals.broken += result.isBroken ? 1 : 0;
+        totals.lives += static_cast<std::uint64_t>(result.lives);
+        totals.virtualSec += result.virtualSec;
+        totals.realSec += result.realSec;
+    }
+}
+
+int runAll(const Wish &wish) {
+    const std::vector<Setup> setups = setupsOf(wish);
+    const auto jobs = static_cast<std::size_t>(wish.jobs);
+    void *memory = mmap(nullptr, sizeof(Totals) * kMaxJobs, PROT_READ | PROT_WRITE,
+                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::runtime_error("cannot map memory for the jobs");
+    auto *totals = static_cast<Totals *>(memory);
+    const bool tellsAll = wish.isReplay && wish.file.empty();
+    bool failed = false;
+    if (jobs == 1) {
+        work(setups, 0, 1, tellsAll, totals[0]);
+    } else {
+        for (std::size_t job = 0; job < jobs; ++job) {
+            if (fork() == 0) {
+                work(setups, job, jobs, tellsAll, totals[job]);
+                _exit(0);
+            }
+        }
+        int status = 0;
+        while (wait(&status) > 0)
+            failed = failed || status != 0;
+    }
+    Totals all{};
+    for (std::size_t job = 0; job < jobs; ++job) {
+        all.broken += totals[job].broken;
+        all.lives += totals[job].lives;
+        all.virtualSec += totals[job].virtualSec;
+        all.realSec += totals[job].realSec;
+    }
+    std::printf("%zu runs, %llu lives, %.2f years of virtual time, %.0f times as fast as real time "
+                "on each core; %llu broken%s\n",
+                setups.size(), static_cast<unsigned long long>(all.lives),
+                all.virtualSec / 86'400 / 365.25, all.virtualSec / std::max(all.realSec, 1e-9),
+                static_cast<unsigned long long>(all.broken), failed ? "; a job has failed" : "");
+    return all.broken > 0 || failed ? kBrokenStatus : 0;
+}
+
+void addCommon(CLI::App &command, Wish &wish) {
+    command.add_option("--days", wish.setup.days, "How long each world is judged, in virtual days")
+        ->check(CLI::Range(0.001, 36'500.0))
+        ->type_name("D");
+    command.add_flag("--no-weather", wish.isCalm, "Without faults and other surprises");
+}
+
+CLI::Option *addJobs(CLI::App &command, Wish &wish) {
+    return command.add_option("--jobs", wish.jobs, "Worlds at the same time")
+        ->check(CLI::Range(1, kMaxJobs))
+        ->type_name("N");
+}
+
+void runAtEnd(CLI::App &command, const std::shared_ptr<Wish> &wish, Action &action) {
+    command.callback([wish, &action] {
+        wish->setup.hasWeather = !wish->isCalm;
+        action = [wish] { return runAll(*wish); };
+    });
+}
+
+} // namespace
+
+void addExplore(CLI::App &program, Action &action) {
+    auto wish = std::make_shared<Wish>();
+    CLI::App *command = program.add_subcommand(
+        "explore", "Let the service live in worlds drawn from seeds, and judge it");
+    command->add_option("--seeds", wish->seeds, "How many worlds")
+        ->required()
+        ->check(CLI::Range(1, 1'000'000'000))
+        ->type_name("N");
+    command->add_option("--from", wish->setup.seed, "The first one's seed (default 1)")
+        ->type_name("N");
+    addJobs(*command, *wish);
+    addCommon(*command, *wish);
+    runAtEnd(*command, wish, action);
+}
+
+void addReplay(CLI::App &program, Action &action) {
+    auto wish = std::make_shared<Wish>();
+    wish->isReplay = true;
+    CLI::App *command =
+        program.add_subcommand("replay", "Repeat one world, or all that a file names");
+    CLI::App *world = command->add_option_group("World", "Which one, or which ones");
+    world->require_option(1);
+    CLI::Option *seed = world->add_option("--seed", wish->setup.seed, "The world's seed");
+    seed->type_name("N");
+    CLI::Option *trace =
+        command->add_flag("--trace", wish->setup.printsTrace, "Print all that happens");
+    CLI::Option *file = world->add_option(
+        "--file", wish->file, "A line a world: SEED DAYS what it showed; # begins a comment");
+    file->type_name("FILE")->excludes(seed)->excludes(trace);
+    addJobs(*command, *wish)->needs(file);
+    addCommon(*command, *wish);
+    runAtEnd(*command, wish, action);
+}
+
+} // namespace corvane::lab
