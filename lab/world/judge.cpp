@@ -157,7 +157,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
 
 void Judge::lifeEnds(EndOfLife) {
     if (startsWith(std::string(handling_), "ControlDRLC(") && orderInserted_)
-        killedInOrder_ = true; // defrost delay may not have been switched off
+        bothExplained_ = true; // defrost delay may not have been switched off
 }
 
 void Judge::see(const Entry &entry) {
@@ -267,12 +267,20 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
         if (enableUnannounced_)
             broken("the remote side hears of every change of defrost delay",
                    "one was not notified");
+        // A refusal beside an event switches defrost delay off and leaves "active" alone.
+        heldExplained_ = heldExplained_ || (number == 0 && bothExplained_ && activeKey_ == 1);
         enableKey_ = number;
         enableUnannounced_ = true;
+        // The handler has asked for a stored event, and could not learn of one.
+        const bool isBlind = drSinceMs_ < 0 || eyes_->storeFailures() != failuresAtRequest_;
+        bothExplained_ = bothExplained_ || (number == 1 && isBlind &&
+                                            startsWith(std::string(handling_), "SetDelayDefrost("));
     } else if (key == kActiveKey) {
         activeKey_ = number;
         // Switched off between the worker's look at "enabled" and its setting of "active".
-        heldByRace_ = number == 1 && enableKey_.value_or(0) == 0 && defrostSinceMs_ >= 0;
+        // A start only repeats what was.
+        const bool isOff = enableKey_.value_or(0) == 0;
+        heldExplained_ = number == 1 && isOff && (defrostSinceMs_ >= 0 || heldExplained_);
     } else if (key == kDisplayOverrideKey && displayWatched_) {
         displayOverride_ = number;
         displayOverrideMs_ = eyes_->nowMs();
@@ -309,6 +317,7 @@ void Judge::seeCommand(const std::string &command) {
         broken("every Micom text is in the vocabulary", "\"" + command + "\" is not");
     heldCommand_ = command == kHeld ? 1 : 0;
     heldCommandMs_ = eyes_->nowMs();
+    releasedByStart_ = heldCommand_ == 0 && defrostSinceMs_ < 0 && enableKey_.value_or(0) == 0;
 }
 
 bool Judge::isActiveAt(const Event &event, std::int64_t utcMs) {
@@ -735,7 +744,7 @@ void Judge::checkDefrost() {
     const bool isHeld = activeKey_ == 1;
     if (isKnown && (isHeld || isEnabled)) {
         const bool isInside = isInsideWindow();
-        if (lasts(isHeld && !(isEnabled && isInside) && !heldByRace_, heldWrongSinceMs_))
+        if (lasts(isHeld && !(isEnabled && isInside) && !heldExplained_, heldWrongSinceMs_))
             broken("defrost is held only inside the window of the matching reservation, while "
                    "defrost delay is on",
                    isEnabled ? "it is outside" : "defrost delay is off");
@@ -745,12 +754,12 @@ void Judge::checkDefrost() {
         heldWrongSinceMs_ = notHeldSinceMs_ = -1;
     }
     if (isKnown && heldCommand_ && activeKey_ && (*activeKey_ == 0 || *activeKey_ == 1) &&
-        heldCommand_ != activeKey_)
+        heldCommand_ != activeKey_ && !releasedByStart_)
         broken("the Micom hears the state of defrost delay",
                "the key holds " + optionalText(activeKey_) + ", the other was commanded");
     const bool isBoth = isKnown && drSinceMs_ >= 0 && !eventDirty_ && event_ && isEnabled;
-    killedInOrder_ = killedInOrder_ && (isBoth || !isKnown || drSinceMs_ < 0 || eventDirty_);
-    if (lasts(isBoth && !killedInOrder_, bothSinceMs_))
+    bothExplained_ = bothExplained_ && (isBoth || !isKnown || drSinceMs_ < 0 || eventDirty_);
+    if (lasts(isBoth && !bothExplained_, bothSinceMs_))
         broken("defrost delay is off while an event is stored", "it is on");
 }
 

@@ -150,6 +150,7 @@ private:
     bool isCommandOfStart_ = false;
     int sqlTable_ = 0; // that the last statement was about; see Table
     std::int64_t heldCommandMs_ = 0;
+    bool releasedByStart_ = false; // that was a start's last word while defrost delay is off
     std::int64_t lastCycleMs_ = -1;
     int storesDue_ = 0;
     int postedCounts_ = 0;
@@ -170,8 +171,8 @@ private:
     std::optional<Event> acknowledged_; // must be there
     bool eventDoubtful_ = false;        // the service may not have been able to read it
     bool eventLost_ = false;            // emptied beside an order
-    bool heldByRace_ = false;
-    bool killedInOrder_ = false;
+    bool heldExplained_ = false; // defrost may be held while defrost delay is off
+    bool bothExplained_ = false; // defrost delay and an event may both be on
     bool reservationsDoubtful_ = false;
     std::pmr::map<int, Reservation> reservations_;
     std::pmr::map<int, Reservation> acknowledgedReservations_;
