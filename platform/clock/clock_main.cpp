@@ -3,16 +3,12 @@
  */
 #include "virtual_clock.h"
 
-#include <charconv>
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 namespace {
-
-constexpr const char *kUsage =
-    "usage: corvane-clock FILE --speed 1..600 [--at 2026-07-31T14:50] [--zone Europe/Berlin]\n"
-    "Makes a clock that starts now, at the local time given (the present one without --at).\n";
 
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
@@ -24,31 +20,19 @@ struct Wish {
     int speed = 0;
 };
 
-bool readSpeed(const char *text, int &speed) {
-    const char *end = text + std::strlen(text);
-    const auto result = std::from_chars(text, end, speed);
-    return result.ec == std::errc() && result.ptr == end;
-}
-
-bool readArguments(int count, char **arguments, Wish &wish) {
-    for (int at = 1; at < count; ++at) {
-        const std::string argument = arguments[at];
-        if (argument.rfind("--", 0) != 0) {
-            if (!wish.file.empty())
-                return false;
-            wish.file = argument;
-            continue;
-        }
-        if (++at == count)
-            return false;
-        if (argument == "--at")
-            wish.at = arguments[at];
-        else if (argument == "--zone")
-            wish.zone = arguments[at];
-        else if (argument != "--speed" || !readSpeed(arguments[at], wish.speed))
-            return false;
-    }
-    return !wish.file.empty() && wish.speed != 0;
+void describe(CLI::App &program, Wish &wish) {
+    program.add_option("FILE", wish.file, "Where the clock is kept")->required();
+    program.add_option("--speed", wish.speed, "How many times as fast, 1 to 600")
+        ->required()
+        ->type_name("N");
+    program.add_option("--at", wish.at, "The local time it begins at (default: the present one)")
+        ->type_name("YYYY-MM-DDThh:mm");
+    program.add_option("--zone", wish.zone, "The zone of that time (default: TZ)")
+        ->type_name("ZONE");
+    program.footer("Example:\n"
+                   "  corvane-clock /tmp/corvane.clock --speed 60 --at 2026-07-31T14:50 "
+                   "--zone Europe/Berlin\n\n"
+                   "Exit status: 0 made, 1 failed, 2 wrong usage.");
 }
 
 std::string makeClock(const Wish &wish) {
@@ -65,18 +49,20 @@ std::string makeClock(const Wish &wish) {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc == 2 && std::string(argv[1]) == "--help") {
-        std::fputs(kUsage, stdout);
-        return 0;
-    }
+    CLI::App program("Makes a clock that runs faster, for programs that share it", "corvane-clock");
     Wish wish;
-    if (!readArguments(argc, argv, wish)) {
-        std::fputs(kUsage, stderr);
+    describe(program, wish);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success &wanted) {
+        return program.exit(wanted);
+    } catch (const CLI::ParseError &error) {
+        (void)std::fprintf(stderr, "corvane-clock: %s; see corvane-clock --help\n", error.what());
         return kWrongUsage;
     }
     const std::string error = makeClock(wish);
     if (!error.empty()) {
-        std::fprintf(stderr, "%s\n", error.c_str());
+        (void)std::fprintf(stderr, "%s\n", error.c_str());
         return kFailed;
     }
     return 0;

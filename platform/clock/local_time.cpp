@@ -5,6 +5,8 @@
  */
 #include "virtual_clock.h"
 
+#include "text.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -14,20 +16,12 @@
 namespace corvane::clock {
 namespace {
 
+using platform::inQuotes;
+
 constexpr const char *kZones = "/usr/share/zoneinfo/";
 constexpr std::time_t kDaySec = 24 * 3600;
 constexpr int kFirstYear = 1970;
 constexpr int kLastYear = 2199;
-
-std::string inQuotes(const std::string &text) {
-    constexpr std::size_t kLimit = 40;
-    std::string shown = text.substr(0, kLimit);
-    for (char &character : shown) {
-        if (static_cast<unsigned char>(character) < ' ' || character == '\x7f')
-            character = '?';
-    }
-    return "\"" + shown + "\"";
-}
 
 bool sameFields(const std::tm &left, const std::tm &right) {
     return left.tm_year == right.tm_year && left.tm_mon == right.tm_mon &&
