@@ -13,11 +13,14 @@
  */
 #include "virtual_time.h"
 
+#include "calendar.h"
+#include "real_function.h"
+
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cmath>
+#include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -25,6 +28,7 @@
 #include <dlfcn.h>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/time.h>
@@ -54,32 +58,8 @@ constexpr std::int64_t kYieldNs = 1'000;
 
 // ---- Forwarding ----
 
-// The next definition of a symbol behind this program's own: a sanitizer's or the C library's.
-// Looked up on first use, which may be before any constructor has run. The pointers are atomic
-// because two first uses may meet; they find the same value.
-template <typename Function>
-class Real {
-public:
-    explicit constexpr Real(const char *name) : name_(name) {}
-
-    Function *get() {
-        Function *found = function_.load(std::memory_order_relaxed);
-        if (found == nullptr) {
-            found = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name_));
-            function_.store(found, std::memory_order_relaxed);
-        }
-        return found;
-    }
-
-private:
-    const char *name_;
-    std::atomic<Function *> function_{nullptr};
-};
-
-// The C library's declarations carry attributes that a template argument cannot.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wignored-attributes"
-#define REAL(name) constinit Real<decltype(::name)> name(#name)
 namespace real {
 REAL(clock_gettime);
 REAL(time);
@@ -108,13 +88,13 @@ REAL(pthread_cond_clockwait);
 REAL(pthread_cond_signal);
 REAL(pthread_cond_broadcast);
 } // namespace real
-#undef REAL
 #pragma GCC diagnostic pop
 
 // ---- The run ----
 
 enum class State { Runnable, Waiting, Ended };
 enum class WaitsFor { Time, Mutex, RwLock, Condition, ThreadEnd };
+constexpr std::size_t kWaitKinds = 5;
 
 // A context's stack with a page below it that must not be touched.
 class Stack {
@@ -163,7 +143,14 @@ struct KeptState {
 };
 
 struct Thread {
+    State state = State::Runnable;
     int number = 0;
+    std::int64_t wakeNs = kNever; // when the wait ends by itself, on the clock below
+    bool wakeOnSystemClock = false;
+    WaitsFor waitsFor = WaitsFor::Time;
+    const void *object = nullptr; // the mutex, lock, condition or Thread waited for
+    bool timedOut = false;        // how the last wait ended
+
     int startedBy = 0;
     std::int64_t startedNs = 0;
     std::string name;
@@ -171,16 +158,12 @@ struct Thread {
     void *argument = nullptr;
     void *result = nullptr; // what it left with
 
-    ucontext_t context{};         // where it goes on, while another one runs
+    ucontext_t context{};         // where it begins; with a sanitizer, also where it goes on
+    std::jmp_buf place{};         // where it goes on, while another one runs
+    bool hasBegun = false;        // place is set
     std::unique_ptr<Stack> stack; // null: the body, on the real thread's own
     KeptState kept;
 
-    State state = State::Runnable;
-    WaitsFor waitsFor = WaitsFor::Time;
-    const void *object = nullptr; // the mutex, lock, condition or Thread waited for
-    std::int64_t wakeNs = kNever; // when the wait ends by itself, on the clock below
-    bool wakeOnSystemClock = false;
-    bool timedOut = false; // how the last wait ended
     bool isDetached = false;
     int locksToFail = 0;
 };
@@ -192,6 +175,9 @@ struct Run {
     std::int64_t monotonicNs = 0; // since start, plus kBootNs for those who ask the clock
     std::int64_t systemOffsetNs = 0;
     std::uint64_t generator = 0;
+    // When a thread besides the running one may go on, kNever included; nothing: not known.
+    std::optional<std::int64_t> othersWakeNs;
+    std::size_t waiting[kWaitKinds] = {}; // how many threads, by what they wait for
     Summary summary;
 };
 
@@ -241,16 +227,26 @@ void announceArrival([[maybe_unused]] Thread &thread) {
 #endif
 }
 
-int swapStacks(ucontext_t *from, const ucontext_t *to) {
 #ifdef VIRTUAL_TIME_ASAN
+void swapStacks(Thread &from, Thread &to) {
     // The sanitizer's version knows nothing of what is announced here, and says so.
     static auto *const swap = reinterpret_cast<decltype(&swapcontext)>(
         dlsym(dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD), "swapcontext"));
-    return swap(from, to);
-#else
-    return swapcontext(from, to);
-#endif
+    swap(&from.context, &to.context);
 }
+#else
+// A jump rather than swapcontext(), which asks the kernel for the signal mask each time.
+void swapStacks(Thread &from, Thread &to) {
+    if (_setjmp(from.place) != 0) {
+        return;
+    }
+    from.hasBegun = true;
+    if (to.hasBegun) {
+        _longjmp(to.place, 1);
+    }
+    setcontext(&to.context);
+}
+#endif
 
 // Comes back when somebody jumps to from again.
 void jump(Thread &from, Thread &to) {
@@ -258,7 +254,7 @@ void jump(Thread &from, Thread &to) {
     from.kept.exceptions = *currentExceptions();
     announceJump(from, to);
     self = &to;
-    swapStacks(&from.context, &to.context);
+    swapStacks(from, to);
     announceArrival(from);
     *currentExceptions() = from.kept.exceptions;
     errno = from.kept.errorNumber;
@@ -340,6 +336,8 @@ std::string describe(const Thread &thread) {
 }
 
 void makeRunnable(Thread &thread, bool timedOut) {
+    --theRun->waiting[static_cast<std::size_t>(thread.waitsFor)];
+    theRun->othersWakeNs.reset();
     thread.state = State::Runnable;
     thread.timedOut = timedOut;
     thread.wakeNs = kNever;
@@ -347,6 +345,9 @@ void makeRunnable(Thread &thread, bool timedOut) {
 }
 
 void wakeWaitersFor(WaitsFor what, const void *object) {
+    if (theRun->waiting[static_cast<std::size_t>(what)] == 0) {
+        return;
+    }
     for (const auto &thread : theRun->threads) {
         if (thread->state == State::Waiting && thread->waitsFor == what &&
             thread->object == object) {
@@ -355,17 +356,67 @@ void wakeWaitersFor(WaitsFor what, const void *object) {
     }
 }
 
-// One of the runnable threads, drawn; the body only when it is alone; null when there is none.
-Thread *drawRunnable() {
-    std::uint64_t count = 0;
+void setMonotonic(std::int64_t ns) {
+    theRun->monotonicNs = std::max(theRun->monotonicNs, ns);
+    if (static_cast<double>(theRun->monotonicNs) > theRun->options.limitSec * 1e9) {
+        abortWithThreads("the run has passed its limit");
+    }
+}
+
+// Who may go on and when, but for the body's readiness: it comes last.
+struct Prospect {
+    std::uint64_t runnable = 0; // but the body
+    Thread *one = nullptr;      // of these
+    std::int64_t earliestNs = kNever;
+    std::int64_t secondNs = kNever; // the moment after it
+    std::uint64_t due = 0;          // at the earliest moment
+};
+
+Prospect lookAround() {
+    Prospect prospect;
     for (const auto &thread : theRun->threads) {
-        count += thread->state == State::Runnable && thread->number != 0;
+        if (thread->state == State::Waiting) {
+            const std::int64_t wakeNs = wakeOnMonotonic(*thread);
+            if (wakeNs < prospect.earliestNs) {
+                prospect.secondNs = prospect.earliestNs;
+                prospect.earliestNs = wakeNs;
+                prospect.due = 1;
+            } else if (wakeNs == prospect.earliestNs) {
+                ++prospect.due;
+            } else {
+                prospect.secondNs = std::min(prospect.secondNs, wakeNs);
+            }
+        } else if (thread->state == State::Runnable && thread->number != 0) {
+            prospect.one = thread.get();
+            ++prospect.runnable;
+        }
     }
-    if (count == 0) {
-        Thread *body = theRun->threads.front().get();
-        return body->state == State::Runnable ? body : nullptr;
+    return prospect;
+}
+
+// Moves the clock to the earliest moment and makes everyone runnable who is due then.
+void moveClock(Prospect &prospect) {
+    if (prospect.earliestNs == kNever) {
+        abortWithThreads("deadlock: no thread can go on");
     }
-    std::uint64_t skip = count == 1 ? 0 : next(theRun->generator) % count;
+    setMonotonic(prospect.earliestNs);
+    for (const auto &thread : theRun->threads) {
+        if (thread->state == State::Waiting && wakeOnMonotonic(*thread) <= prospect.earliestNs) {
+            makeRunnable(*thread, true);
+            if (thread->number != 0) {
+                prospect.one = thread.get();
+                ++prospect.runnable;
+            }
+            if (--prospect.due == 0) {
+                break;
+            }
+        }
+    }
+    prospect.earliestNs = prospect.secondNs;
+}
+
+Thread *drawRunnable(std::uint64_t count) {
+    std::uint64_t skip = next(theRun->generator) % count;
     for (const auto &thread : theRun->threads) {
         if (thread->state == State::Runnable && thread->number != 0 && skip-- == 0) {
             return thread.get();
@@ -374,43 +425,48 @@ Thread *drawRunnable() {
     return nullptr;
 }
 
-// Moves the clock to the earliest wake time and makes everyone runnable who is due then.
-void moveClock() {
-    std::int64_t earliest = kNever;
-    for (const auto &thread : theRun->threads) {
-        if (thread->state == State::Waiting) {
-            earliest = std::min(earliest, wakeOnMonotonic(*thread));
-        }
+// The thread that goes on next: one of the runnable ones, drawn; the body only when it is alone.
+// When there is none, the clock moves to the earliest sleeper.
+Thread *chooseNext() {
+    Thread *const body = theRun->threads.front().get();
+    Prospect prospect = lookAround();
+    if (prospect.runnable == 0 && body->state != State::Runnable) {
+        moveClock(prospect);
     }
-    if (earliest == kNever) {
-        abortWithThreads("deadlock: no thread can go on");
+    const std::uint64_t ready = prospect.runnable + (body->state == State::Runnable ? 1 : 0);
+    theRun->othersWakeNs = ready > 1 ? theRun->monotonicNs : prospect.earliestNs;
+    if (prospect.runnable > 1) {
+        return drawRunnable(prospect.runnable);
     }
-    theRun->monotonicNs = std::max(theRun->monotonicNs, earliest);
-    if (static_cast<double>(theRun->monotonicNs) > theRun->options.limitSec * 1e9) {
-        abortWithThreads("the run has passed its limit");
-    }
-    for (const auto &thread : theRun->threads) {
-        if (thread->state == State::Waiting && wakeOnMonotonic(*thread) <= earliest) {
-            makeRunnable(*thread, true);
-        }
-    }
+    return prospect.runnable == 1 ? prospect.one : body;
+}
+
+void countDecision(const Thread &to) {
+    mixIntoHash(static_cast<std::uint64_t>(to.number));
+    mixIntoHash(static_cast<std::uint64_t>(theRun->monotonicNs));
 }
 
 // Hands over to whoever goes on next. The caller has put itself into its new state before.
 void handOver() {
     Thread &from = *self;
-    Thread *to = drawRunnable();
-    while (to == nullptr) {
-        moveClock();
-        to = drawRunnable();
-    }
-    mixIntoHash(static_cast<std::uint64_t>(to->number));
-    mixIntoHash(static_cast<std::uint64_t>(theRun->monotonicNs));
+    Thread *to = chooseNext();
+    countDecision(*to);
     if (to == &from) {
         return;
     }
     ++theRun->summary.switches;
     jump(from, *to);
+}
+
+// Most sleeps end before anybody else has something to do: then only the clock moves. False: it
+// takes a hand-over.
+bool sleepAlone(std::int64_t wakeNs) {
+    if (!theRun->othersWakeNs || wakeNs >= *theRun->othersWakeNs) {
+        return false;
+    }
+    setMonotonic(wakeNs);
+    countDecision(*self);
+    return true;
 }
 
 // Waits for object or for the wake time, whichever comes first. True: time came first.
@@ -421,14 +477,17 @@ bool wait(WaitsFor what, const void *object, std::int64_t wakeNs = kNever,
     self->object = object;
     self->wakeNs = wakeNs;
     self->wakeOnSystemClock = onSystemClock;
+    ++theRun->waiting[static_cast<std::size_t>(what)];
     handOver();
     return self->timedOut;
 }
 
 void sleepNs(std::int64_t ns) {
     ++theRun->summary.sleeps;
-    wait(WaitsFor::Time, nullptr,
-         saturatingAdd(theRun->monotonicNs, std::max<std::int64_t>(ns, 0)));
+    const std::int64_t wakeNs = saturatingAdd(theRun->monotonicNs, std::max<std::int64_t>(ns, 0));
+    if (!sleepAlone(wakeNs)) {
+        wait(WaitsFor::Time, nullptr, wakeNs);
+    }
 }
 
 void sleepUntilNs(std::int64_t wakeNs, bool onSystemClock) {
@@ -612,6 +671,9 @@ int waitForCondition(pthread_cond_t *condition, pthread_mutex_t *mutex, Deadline
 }
 
 void signalOne(const pthread_cond_t *condition) {
+    if (theRun->waiting[static_cast<std::size_t>(WaitsFor::Condition)] == 0) {
+        return;
+    }
     std::vector<Thread *> waiters;
     for (const auto &thread : theRun->threads) {
         if (thread->state == State::Waiting && thread->waitsFor == WaitsFor::Condition &&
@@ -633,6 +695,7 @@ void start(const Options &options) {
         std::fprintf(stderr, "virtual time: a run is active already\n");
         std::abort();
     }
+    calendar::forget();
     theRun = new Run;
     theRun->options = options;
     theRun->generator = options.seed;
@@ -691,9 +754,13 @@ std::int64_t nowUtcNs() { return theRun->monotonicNs + theRun->systemOffsetNs; }
 
 void setClock(const std::string &utc) {
     theRun->systemOffsetNs = parseUtc(utc) - theRun->monotonicNs;
+    theRun->othersWakeNs.reset(); // somebody may wait in the system clock
 }
 
-void jumpClock(double sec) { theRun->systemOffsetNs += std::llround(sec * 1e9); }
+void jumpClock(double sec) {
+    theRun->systemOffsetNs += std::llround(sec * 1e9);
+    theRun->othersWakeNs.reset();
+}
 
 void failLocks(int times) { self->locksToFail = times; }
 
@@ -830,6 +897,7 @@ int pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*
     *handle = handleOf(*thread);
     ++theRun->threadsStarted;
     theRun->threads.push_back(std::move(thread));
+    theRun->othersWakeNs.reset();
     return 0;
 }
 

@@ -171,8 +171,8 @@ private:
     std::optional<Event> acknowledged_; // must be there
     bool eventDoubtful_ = false;        // the service may not have been able to read it
     bool eventLost_ = false;            // emptied beside an order
-    bool heldExplained_ = false; // defrost may be held while defrost delay is off
-    bool bothExplained_ = false; // defrost delay and an event may both be on
+    bool heldExplained_ = false;        // defrost may be held while defrost delay is off
+    bool bothExplained_ = false;        // defrost delay and an event may both be on
     bool reservationsDoubtful_ = false;
     std::pmr::map<int, Reservation> reservations_;
     std::pmr::map<int, Reservation> acknowledgedReservations_;

@@ -43,7 +43,16 @@ constexpr int kBroken = 3;         // exit status of a life
 constexpr const char *kZones[] = {"UTC",        "Europe/Berlin",    "America/New_York",
                                   "Asia/Seoul", "Pacific/Auckland", "Australia/Lord_Howe"};
 
+constexpr std::uint64_t kHashFactor = 0x100000001b3U;
+
 std::string utcText(std::int64_t utcMs) { return virtualtime::formatUtc(utcMs * 1'000'000); }
+
+std::string lineText(std::int64_t nowMs, std::int64_t utcMs, std::string_view line) {
+    char head[80];
+    std::snprintf(head, sizeof head, "%10.3f  %s  ", static_cast<double>(nowMs) / 1000,
+                  utcText(utcMs).c_str());
+    return std::string(head).append(line);
+}
 
 } // namespace
 
@@ -79,30 +88,31 @@ std::int64_t World::nowMs() const {
 
 std::int64_t World::utcMs() const { return weather_.startSec * kSecMs + nowMs() + clockErrorMs_; }
 
-void World::trace(const std::string &line, bool isKept) {
-    char head[80];
-    std::snprintf(head, sizeof head, "%10.3f  %s  ", static_cast<double>(nowMs()) / 1000,
-                  utcText(utcMs()).c_str());
-    const std::string text = head + line;
-    for (const char character : text)
-        hash_ = (hash_ ^ static_cast<unsigned char>(character)) * 0x100000001b3U;
+void World::trace(std::string_view line, bool isKept) {
+    const std::int64_t times[] = {nowMs(), utcMs()};
+    for (const std::int64_t time : times)
+        hash_ = (hash_ ^ static_cast<std::uint64_t>(time)) * kHashFactor;
+    for (const char character : line)
+        hash_ = (hash_ ^ static_cast<unsigned char>(character)) * kHashFactor;
     if (setup_.printsTrace && life_ != nullptr)
-        dprintf(life_->realOutput, "%s\n", text.c_str());
+        dprintf(life_->realOutput, "%s\n", lineText(times[0], times[1], line).c_str());
     if (!isKept)
         return;
     if (lastLines_.size() == kLinesKept) {
-        lastLines_.push_back(std::move(lastLines_.front()));
+        lastLines_.push_back(std::move(lastLines_.front())); // with its memory
         lastLines_.pop_front();
-        lastLines_.back() = text;
     } else {
-        lastLines_.emplace_back(text);
+        lastLines_.emplace_back();
     }
+    lastLines_.back().nowMs = times[0];
+    lastLines_.back().utcMs = times[1];
+    lastLines_.back().text = line;
 }
 
 std::string World::report() const {
     std::string text;
-    for (const std::pmr::string &line : lastLines_)
-        text += "  " + std::string(line) + "\n";
+    for (const Line &line : lastLines_)
+        text += "  " + lineText(line.nowMs, line.utcMs, line.text) + "\n";
     return text + "BROKEN: " + std::string(brokenRule_) + ": " + std::string(brokenWhat_) + "\n";
 }
 
@@ -279,8 +289,9 @@ void World::beginLife() {
     trace("a life begins");
     fakes::observe([this](const fakes::Entry &entry) { observe(entry); });
     char start[80];
+    const std::int64_t ofSecond = ((utcMs() % kSecMs) + kSecMs) % kSecMs; // also before 1970
     std::snprintf(start, sizeof start, "%s.%03d", utcText(utcMs()).c_str(),
-                  static_cast<int>(utcMs() % 1000));
+                  static_cast<int>(ofSecond));
     virtualtime::start({start, draws_.next(), 1e9});
     life_->runs = true;
 }

@@ -22,6 +22,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <variant>
 
 namespace corvane::lab {
@@ -90,7 +91,7 @@ private:
     void waitUntil(std::int64_t timeMs);
     void observe(const fakes::Entry &entry);
     /* isKept: among the last lines, which a broken run prints. */
-    void trace(const std::string &line, bool isKept = true);
+    void trace(std::string_view line, bool isKept = true);
     void planAppliance();
     void advanceAppliance();
     void changeClock();
@@ -111,6 +112,11 @@ private:
     std::int64_t request(Draws &draws);
 
     struct InLife; // what a life takes with it
+    struct Line {  // of the trace
+        std::int64_t nowMs = 0;
+        std::int64_t utcMs = 0;
+        std::pmr::string text;
+    };
 
     Setup setup_;
     Weather weather_;
@@ -139,7 +145,7 @@ private:
     std::int64_t statementsMs_ = 0;
     int lives_ = 0;
     std::uint64_t hash_ = 0xcbf29ce484222325U;
-    std::pmr::deque<std::pmr::string> lastLines_;
+    std::pmr::deque<Line> lastLines_;
     std::pmr::string brokenRule_;
     std::pmr::string brokenWhat_;
     InLife *life_ = nullptr;

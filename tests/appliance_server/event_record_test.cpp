@@ -238,6 +238,7 @@ TEST(Record, JsonIsReadBackAsItWas) {
     record.overrides = {{true, kStart + 3, "display"}};
     record.energyDuringWh = 1.25;
     record.baselineDays = 3;
+    record.clockSetBack = true;
     const auto json = recordJson(record);
     EXPECT_EQ(recordJson(recordFromJson(json)), json);
     EXPECT_FALSE(json["open"].get<bool>());
@@ -245,6 +246,12 @@ TEST(Record, JsonIsReadBackAsItWas) {
     EXPECT_EQ(json["startAt"], 1'785'500'000.0);
     EXPECT_THROW(static_cast<void>(recordFromJson(nlohmann::json::object())),
                  nlohmann::json::exception);
+}
+
+TEST(Record, FromBeforeTheMarkOfASetBackClockIsStillRead) {
+    auto json = recordJson({});
+    json.erase("clockSetBack");
+    EXPECT_FALSE(recordFromJson(json).clockSetBack);
 }
 
 TEST(Record, CsvHasALineOfNamesAndUtcMoments) {

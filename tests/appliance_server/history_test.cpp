@@ -45,7 +45,8 @@ class HistoryTest : public testing::Test {
 protected:
     std::string path() const { return folder_.file("history.db"); }
 
-    void addEvent(History &history, std::int64_t id, std::int64_t fromSec, std::int64_t toSec) {
+    void addEvent(History &history, std::int64_t id, std::int64_t fromSec, std::int64_t toSec,
+                  bool clockSetBack = false) {
         EventRecord record;
         record.id = id;
         record.plan = {2, fromSec * 1000, toSec * 1000};
@@ -53,6 +54,7 @@ protected:
         record.storedAtMs = fromSec * 1000;
         record.endedAtMs = toSec * 1000;
         record.endedBy = "schedule";
+        record.clockSetBack = clockSetBack;
         history.saveRecord(record);
     }
 
@@ -151,6 +153,8 @@ TEST_F(HistoryTest, BaselineIsTheMeanOfTheSameHoursOfDaysWithoutAnEvent) {
         for (int minute = 0; minute < 60; ++minute)
             history.addMinute(minuteAt(kNow - day * kDay + minute * 60, 10.0 * day));
     addEvent(history, 1, kNow - 2 * kDay + 600, kNow - 2 * kDay + 1200);
+    // That day has been lived anew since, without this one.
+    addEvent(history, 2, kNow - 3 * kDay + 600, kNow - 3 * kDay + 1200, true);
     history.flush();
     const Baseline found = history.baseline(kNow * 1000, (kNow + kHour) * 1000);
     EXPECT_EQ(found.days, 3);

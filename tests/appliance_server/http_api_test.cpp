@@ -8,7 +8,9 @@
 #include <httplib.h>
 
 #include <algorithm>
+#include <memory>
 #include <thread>
+#include <vector>
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -157,7 +159,7 @@ TEST_F(HttpApiTest, OverrideIsToldWithWhoAndSinceWhenAfterARestartUnlessItHasCha
     EXPECT_TRUE(told()["sinceAt"].is_null());
 }
 
-TEST_F(HttpApiTest, RecordThatTheClockHasLeftBehindIsNotOpenForEver) {
+TEST_F(HttpApiTest, RecordThatTheClockHasGoneBackOverIsEndedAndMarked) {
     EventRecord record;
     record.id = 3;
     record.storedAtMs = clockNowMs() + 3'600'000;
@@ -170,6 +172,32 @@ TEST_F(HttpApiTest, RecordThatTheClockHasLeftBehindIsNotOpenForEver) {
     EXPECT_FALSE(kept[0]["open"].get<bool>());
     EXPECT_EQ(kept[0]["endedBy"], "restart");
     EXPECT_EQ(kept[0]["endedAt"], kept[0]["reportedAt"]);
+    EXPECT_TRUE(kept[0]["clockSetBack"].get<bool>());
+}
+
+TEST_F(HttpApiTest, RecordOfATimeThatIsLivedAnewIsKeptAsItWasButNotShadedInTheCurves) {
+    const TimeMs now = clockNowMs();
+    EventRecord past;
+    past.id = 3;
+    past.storedAtMs = now - 1'200'000;
+    past.plan = {2, past.storedAtMs, past.storedAtMs + 600'000};
+    past.endedAtMs = past.plan.endMs;
+    past.endedBy = "schedule";
+    EventRecord left = past; // began before the time that the clock shows now, and ended after it
+    left.id = 4;
+    left.plan = {3, now - 60'000, now + 60'000};
+    left.endedAtMs = left.plan.endMs;
+    history_->saveRecord(past);
+    history_->saveRecord(left);
+    restart();
+    const json kept = records();
+    ASSERT_EQ(kept.size(), 2U);
+    left.clockSetBack = true;
+    EXPECT_EQ(kept[0].dump(), recordJson(left).dump());
+    EXPECT_EQ(kept[1].dump(), recordJson(past).dump());
+    const json history = json::parse(ask("GET", "/api/v1/history", "", {{"range", "hour"}}).body);
+    ASSERT_EQ(history["events"].size(), 1U);
+    EXPECT_EQ(history["events"][0]["level"], 2);
 }
 
 TEST_F(HttpApiTest, EnergyAfterAnEventIsFoundAlsoAfterARestart) {
@@ -252,6 +280,23 @@ TEST_F(HttpApiTest, IdleConnectionHardlyDelaysTheStop) {
     const auto began = std::chrono::steady_clock::now();
     server.stop();
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(4));
+}
+
+TEST_F(HttpApiTest, HeadOfTheStreamIsThatOfAGetAndKeepsNoStream) {
+    HttpServer server({"127.0.0.1", 0});
+    const HttpGuard guard(server.place(), std::nullopt);
+    server.start(*api_, guard, hub_);
+    httplib::Client page("127.0.0.1", server.place().port);
+    const auto answer = page.Head(HttpApi::kStreamPath);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 200);
+    EXPECT_EQ(answer->get_header_value("Content-Type"), "text/event-stream");
+    while (hub_.count() > 0)
+        std::this_thread::yield();
+    std::vector<std::shared_ptr<StreamHub::Stream>> streams(StreamHub::kMostStreams);
+    for (auto &stream : streams)
+        stream = hub_.open();
+    EXPECT_EQ(page.Head(HttpApi::kStreamPath)->status, 503);
 }
 
 TEST_F(HttpApiTest, BodyOfAnotherTypeIsRefused) {

@@ -75,7 +75,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
       plannedEndAt: startAt - 75600, commandedAt: startAt - 79199, confirmedAt: startAt - 79198.6, reportedAt: startAt - 79197.5,
       endedAt: startAt - 75600, endedBy: "schedule", overrides: [{ on: true, at: startAt - 77000, by: "display" }, { on: false, at: startAt - 76400, by: "display" }],
       energyBeforeWh: 51.2, energyDuringWh: 24.7, energyAfterWh: 58.1, averageWatt: 24.7, peakWatt: 51.5,
-      baselineAverageWatt: 48.9, baselinePeakWatt: 88.2, baselineDays: 4, defrostsHeld: 1, open: false,
+      baselineAverageWatt: 48.9, baselinePeakWatt: 88.2, baselineDays: 4, defrostsHeld: 1, clockSetBack: false, open: false,
     },
   ];
 
@@ -218,7 +218,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     records = [{
       id: records.length + 1, level, orderedAt: at, orderedBy: "page", storedAt: at + 0.1, startAt: from, plannedEndAt: from + durationSec,
       commandedAt: null, confirmedAt: null, reportedAt: null, endedAt: null, endedBy: null, overrides: [], energyBeforeWh: 8.6, energyDuringWh: 0,
-      energyAfterWh: null, averageWatt: null, peakWatt: null, baselineAverageWatt: 48.9, baselinePeakWatt: 88.2, baselineDays: 5, defrostsHeld: 0, open: true,
+      energyAfterWh: null, averageWatt: null, peakWatt: null, baselineAverageWatt: 48.9, baselinePeakWatt: 88.2, baselineDays: 5, defrostsHeld: 0, clockSetBack: false, open: true,
     }, ...records];
     note("remote", "out", `ordered ControlDRLC duration ${duration} level ${level}`);
     tellAll("record", records[0]);

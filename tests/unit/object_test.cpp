@@ -5,13 +5,13 @@
  * Instants are compared with ones computed from the calendar of the standard library, which knows
  * nothing of the process's zone or locale.
  */
+#include "calendar.h"
 #include "virtual_test.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dlfcn.h>
 #include <dlog.h>
 #include <memory>
 #include <type_traits>
@@ -23,25 +23,6 @@
 #include "EnergyReport.h"
 #include "Log.h"
 #include "Object.h"
-
-namespace {
-
-// How many seconds "%c" reads amiss; 0 is the C library's own strptime().
-int misreadSec = 0;
-
-} // namespace
-
-// Stands before the C library's, so that a test has a locale whose "%c" does not read back what
-// asctime() wrote.
-extern "C" char *strptime(const char *text, const char *format, tm *time) noexcept {
-    using Function = char *(const char *, const char *, tm *);
-    static auto *const real = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, "strptime"));
-    char *const end = real(text, format, time);
-    if (std::strcmp(format, "%c") == 0) {
-        time->tm_sec += misreadSec;
-    }
-    return end;
-}
 
 namespace {
 
@@ -224,11 +205,11 @@ TEST_F(ObjectTest, DayThatDoesNotExistRunsOnIntoTheNextMonth) {
 }
 
 TEST_F(ObjectTest, DifferenceOfTheReadBackIsMadeGood) {
-    misreadSec = 5;
+    virtualtime::calendar::misreadBySec(5);
     const TimePoint early = object._strToTp("2016-03-01T14:00:10");
-    misreadSec = -7;
+    virtualtime::calendar::misreadBySec(-7);
     const TimePoint late = object._strToTp("2016-03-01T14:00:10");
-    misreadSec = 0;
+    virtualtime::calendar::misreadBySec(0);
     EXPECT_EQ(early, utc(2016, 3, 1, 14, 0, 5));
     EXPECT_EQ(late, utc(2016, 3, 1, 14, 0, 17));
 }
