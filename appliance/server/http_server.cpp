@@ -160,7 +160,9 @@ private:
                 refusal.headers.emplace_back("WWW-Authenticate", "Basic realm=\"corvane\"");
             return reply(response, std::move(refusal));
         }
-        if (request.path == HttpApi::kStreamPath && request.method == "GET")
+        // Of a HEAD the library sends the head alone, and lets go of the stream at once.
+        const bool isRead = request.method == "GET" || request.method == "HEAD";
+        if (request.path == HttpApi::kStreamPath && isRead)
             if (const auto stream = hub.open())
                 return serveStream(hub, stream, response);
         ApiRequest asked{.method = request.method == "HEAD" ? "GET" : request.method,
