@@ -42,8 +42,6 @@ constexpr int kShortestWaitMs = 20; // real; bounds the work at high speed
 constexpr milliseconds kPublishAtMostEach{40};
 constexpr milliseconds kPublishAtLeastEach{1000};
 constexpr milliseconds kAskEach{5000};
-/* Enough for the events of the time that is loaded. */
-constexpr std::size_t kMostUnsettled = 100;
 constexpr TimeMs kTrailLoadedMs = TimeMs{49} * 3'600'000;
 /* By then the Micom has applied the first command that it heard. */
 constexpr TimeMs kFirstCommandAppliedMs = 900;
@@ -70,11 +68,14 @@ std::optional<int> intMember(const nlohmann::json &body, const char *name) {
     return found->is_boolean() ? static_cast<int>(found->get<bool>()) : found->get<int>();
 }
 
-/* A record that ended at the last moment that is known of it. */
+/* A record of a time that the clock has gone back over. One that was open ended at the last moment
+ * that is known of it; nobody else would ever end it. */
 EventRecord abandoned(EventRecord record) {
-    record.endedAtMs = std::max(
-        {record.storedAtMs, record.confirmedAtMs.value_or(0), record.reportedAtMs.value_or(0)});
-    record.endedBy = "restart";
+    if (record.isOpen()) {
+        record.endedAtMs = record.lastKnownMs();
+        record.endedBy = "restart";
+    }
+    record.clockSetBack = true;
     return record;
 }
 
@@ -97,7 +98,7 @@ Appliance::Appliance(Options options, platform::SettingsStore &store, History &h
       terminal_(terminal), nowMs_(clockNowMs()), reachedMs_(nowMs_),
       refrigerator_(seedOf(options_.seed, Part::Refrigerator), nowMs_),
       micom_(refrigerator_, seedOf(options_.seed, Part::Micom), nowMs_), display_(refrigerator_),
-      metering_(seedOf(options_.seed, Part::Metering)) {
+      metering_(seedOf(options_.seed, Part::Metering)), overrideClaim_(options_.speed) {
     Status status = watcher_.open();
     for (const char *key : {kCommandKey, kDisplayOverrideKey, kOverrideKey, kServiceLevelKey,
                             kServiceOverrideKey, kDefrostEnabledKey, kDefrostActiveKey})
@@ -165,20 +166,20 @@ void Appliance::saveOverride() {
 
 /* The event that was stored, and those whose time after is not over or was not looked at. */
 void Appliance::restoreRecords() {
-    auto records = history_.records(kMostUnsettled);
+    const auto records = history_.records(History::kRecords);
+    for (const EventRecord &record : records)
+        if (record.lastKnownMs() > nowMs_ && !record.clockSetBack)
+            history_.saveRecord(abandoned(record));
     std::optional<EventRecord> open;
-    if (!records.empty() && records[0].isOpen()) {
-        if (records[0].storedAtMs <= nowMs_)
-            open = records[0];
-        else // of a clock that has gone back since; nobody would ever end it
-            history_.saveRecord(abandoned(records[0]));
-    }
+    if (!records.empty() && records[0].isOpen() && records[0].lastKnownMs() <= nowMs_)
+        open = records[0];
     ledger_.emplace(history_.lastRecordId() + 1, open);
     for (const HistoryRow &row : history_.rows((nowMs_ - kTrailLoadedMs) / 1000, nowMs_ / 1000, 60))
         ledger_->trail().add((row.atSec + 60) * 1000, row.counterWh);
     for (const EventRecord &record : records)
         if (!record.isOpen() && record.energyDuringWh && !record.energyAfterWh &&
-            *record.endedAtMs <= nowMs_ && *record.endedAtMs > nowMs_ - kTrailLoadedMs)
+            !record.clockSetBack && *record.endedAtMs <= nowMs_ &&
+            *record.endedAtMs > nowMs_ - kTrailLoadedMs)
             ledger_->resume(record);
 }
 
@@ -251,7 +252,7 @@ void Appliance::hear(const platform::SettingChange &change) {
         return;
     isChanged_ = true;
     if (change.key == kDisplayOverrideKey)
-        displayWish_ = *value;
+        overrideClaim_.pressed(*value, nowMs_);
     else if (change.key == kDefrostEnabledKey)
         defrostEnabled_ = *value;
     else if (change.key == kDefrostActiveKey)
@@ -264,8 +265,7 @@ void Appliance::hearOverride(int value) {
     const int before = std::exchange(override_, value).value_or(0);
     if (before == value)
         return;
-    // A wish for what was so already is still here when somebody else wants the opposite.
-    overrideBy_ = std::exchange(displayWish_, std::nullopt) == value ? "display" : "remote";
+    overrideBy_ = overrideClaim_.authorOf(value, nowMs_);
     overrideSinceMs_ = nowMs_;
     ledger_->overridden(value == 1, overrideBy_, nowMs_);
     saveOverride();
@@ -454,7 +454,7 @@ void Appliance::remoteOrders(const std::string &resource, const nlohmann::json &
     if (resource == "ControlDRLC")
         ledger_->ordered(body.at("level").get<int>(), nowMs_);
     else if (resource == "ControlOverride")
-        displayWish_.reset();
+        overrideClaim_.ordered();
     isChanged_ = true;
 }
 

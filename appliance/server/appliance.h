@@ -16,6 +16,7 @@
 #include "metering.h"
 #include "micom.h"
 #include "minute_meter.h"
+#include "override_claim.h"
 #include "refrigerator.h"
 #include "stream_hub.h"
 #include "terminal.h"
@@ -170,8 +171,8 @@ private:
     std::optional<TimeMs> firstCommandMs_;
     std::optional<TimeMs> heardMs_;
     std::optional<TimeMs> reportMs_;
-    std::optional<int> override_;    // as the service keeps it
-    std::optional<int> displayWish_; // the override that the display board asked for last
+    std::optional<int> override_; // as the service keeps it
+    OverrideClaim overrideClaim_;
     std::string overrideBy_;
     std::optional<TimeMs> overrideSinceMs_;
     std::optional<int> block_;

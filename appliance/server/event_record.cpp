@@ -42,6 +42,11 @@ std::string overridesText(const std::vector<OverrideChange> &overrides) {
 
 } // namespace
 
+TimeMs EventRecord::lastKnownMs() const {
+    return std::max({storedAtMs, commandedAtMs.value_or(0), confirmedAtMs.value_or(0),
+                     reportedAtMs.value_or(0), endedAtMs.value_or(0)});
+}
+
 // ---- forms --------------------------------------------------------------------------------------
 
 ordered_json recordJson(const EventRecord &record) {
@@ -70,6 +75,7 @@ ordered_json recordJson(const EventRecord &record) {
             {"baselinePeakWatt", orNull(record.baselinePeakWatt)},
             {"baselineDays", record.baselineDays},
             {"defrostsHeld", record.defrostsHeld},
+            {"clockSetBack", record.clockSetBack},
             {"open", record.isOpen()}};
 }
 
@@ -98,6 +104,7 @@ EventRecord recordFromJson(const nlohmann::json &json) {
     record.baselinePeakWatt = readNumber(json, "baselinePeakWatt");
     record.baselineDays = json.at("baselineDays").get<int>();
     record.defrostsHeld = json.at("defrostsHeld").get<int>();
+    record.clockSetBack = json.value("clockSetBack", false); // older records know nothing of it
     return record;
 }
 

@@ -57,10 +57,15 @@ struct EventRecord {
     std::optional<double> baselinePeakWatt;    // mean of those days' peaks
     int baselineDays = 0;
     int defrostsHeld = 0;
+    /* The clock was set back since, to before the end of what is told here: that time has been
+     * lived anew, without this event. */
+    bool clockSetBack = false;
 
     /* When the event began to count: its start, or its storing when that came later. */
     TimeMs beganMs() const { return std::max(plan.startMs, storedAtMs); }
     bool isOpen() const { return !endedAtMs.has_value(); }
+    /* The last moment that is told of it. */
+    TimeMs lastKnownMs() const;
 };
 
 nlohmann::ordered_json recordJson(const EventRecord &record);

@@ -285,11 +285,16 @@ void History::addTrace(const TraceEntry &entry) {
 }
 
 void History::saveRecord(const EventRecord &record) {
-    write([record](sqlite3 *database) {
+    // Times that have been lived anew without the event are not its own any more.
+    const auto ownSec = [&record](TimeMs atMs) {
+        return record.clockSetBack ? std::nullopt : std::optional(atMs / 1000);
+    };
+    const TimeMs toMs = std::min(record.endedAtMs.value_or(record.plan.endMs), record.plan.endMs);
+    write([record, from = ownSec(record.beganMs()), to = ownSec(toMs)](sqlite3 *database) {
         Statement(database, "INSERT OR REPLACE INTO record VALUES(?,?,?,?)")
             .bind(record.id)
-            .bind(record.beganMs() / 1000)
-            .bind(std::min(record.endedAtMs.value_or(record.plan.endMs), record.plan.endMs) / 1000)
+            .bind(from)
+            .bind(to)
             .bind(recordJson(record).dump())
             .step();
     });

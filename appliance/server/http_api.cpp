@@ -148,7 +148,8 @@ ordered_json eventsOf(const std::vector<EventRecord> &records, const Span &span)
         const TimeMs fromMs = record.beganMs();
         const TimeMs toMs =
             std::min(record.endedAtMs.value_or(record.plan.endMs), record.plan.endMs);
-        if (toMs > fromMs && toMs / 1000 > span.fromSec && fromMs / 1000 < span.toSec)
+        if (!record.clockSetBack && toMs > fromMs && toMs / 1000 > span.fromSec &&
+            fromMs / 1000 < span.toSec)
             events.push_back({{"from", secondsOf(fromMs)},
                               {"to", secondsOf(toMs)},
                               {"level", record.plan.level}});

@@ -193,8 +193,8 @@ TEST_F(HttpApiTest, RecordOfATimeThatIsLivedAnewIsKeptAsItWasButNotShadedInTheCu
     const json kept = records();
     ASSERT_EQ(kept.size(), 2U);
     left.clockSetBack = true;
-    EXPECT_EQ(kept[0].dump(), recordJson(left).dump());
-    EXPECT_EQ(kept[1].dump(), recordJson(past).dump());
+    EXPECT_EQ(kept[0], json(recordJson(left)));
+    EXPECT_EQ(kept[1], json(recordJson(past)));
     const json history = json::parse(ask("GET", "/api/v1/history", "", {{"range", "hour"}}).body);
     ASSERT_EQ(history["events"].size(), 1U);
     EXPECT_EQ(history["events"][0]["level"], 2);

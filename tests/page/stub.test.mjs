@@ -283,6 +283,17 @@ describe("what is shown", () => {
     assert.deepEqual(steps.map(({ at, tookSec }) => [at, tookSec]), [[100, undefined], [100.5, undefined], [100.5, 0.5], [101, 0.5]]);
   });
 
+  it("RecordThatTheClockHasGoneBackOverSaysSoAndIsNotTheLastEvent", async () => {
+    const page = await open(browser, stub.url);
+    await seeText(page, "#records", /as planned/);
+    await page.waitForSelector("#effect > *");
+    stub.state((state, now, record) => {
+      record.clockSetBack = true;
+    });
+    await seeText(page, "#records", /as planned; the clock was set back since/);
+    await page.waitForSelector("#effect:empty", { state: "attached" });
+  });
+
   it("CurveOfTheHourFollowsEachSecond", async () => {
     const page = await open(browser, stub.url);
     const rows = await page.evaluate(async () => {

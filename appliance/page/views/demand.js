@@ -10,8 +10,8 @@ import { ask } from "./answer.js";
 const kSteps = ["ordered", "commanded", "confirmed", "reported"];
 const kLateSec = 10; // real seconds; every step is over within three when all is well
 
-/** The record of the event that runs, or of the last one. */
-const lastRecord = (records) => records[0] ?? null;
+/** The record of the event that runs, or of the last one that the present clock knows of. */
+const lastRecord = (records) => records.find(({ clockSetBack }) => !clockSetBack) ?? null;
 
 /**
  * The steps of the last order, or of the return to normal after it, oldest first. A step that is

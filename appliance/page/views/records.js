@@ -14,7 +14,7 @@ function overrideText(overrides, clock) {
 function row(record, clock) {
   const start = Math.max(record.startAt, Math.floor(record.orderedAt ?? record.storedAt)); // the service counts whole seconds
   const end = record.endedAt ?? record.plannedEndAt;
-  const ending = record.open ? "still open" : (endings[record.endedBy] ?? "ended");
+  const ending = (record.open ? "still open" : (endings[record.endedBy] ?? "ended")) + (record.clockSetBack ? "; the clock was set back since" : "");
   const cell = (label, text, hint = null, numeric = false) =>
     h("td", { className: numeric ? "numeric" : "", "data-label": label }, h("span", {}, text, hint ? h("span", { className: "hint" }, hint) : null));
   return h("tr", { "data-open": String(record.open) },
