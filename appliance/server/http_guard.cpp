@@ -125,12 +125,28 @@ bool HttpGuard::isOurs(const std::string &host) const {
     return place_.isEverywhere() && (isAddress(named->host) || named->host == machineName());
 }
 
-HttpGuard::Verdict HttpGuard::judge(const Asker &asker) const {
+HttpGuard::Verdict HttpGuard::judgePassword(const Asker &asker, PasswordTries::Moment now) const {
+    if (!authorization_)
+        return {};
+    const bool isRight = sameSecret(asker.authorization, *authorization_);
+    // A browser asks without one first.
+    if (!asker.authorization.empty())
+        if (const auto wait = tries_.tried(asker.address, isRight, now); wait.count() > 0)
+            return {429,
+                    "too many wrong passwords from this address, try again in " +
+                        std::to_string(wait.count()) + " s",
+                    wait};
+    if (!isRight)
+        return {401, "a password is needed: user corvane and the line of the password file"};
+    return {};
+}
+
+HttpGuard::Verdict HttpGuard::judge(const Asker &asker, PasswordTries::Moment now) const {
     if (!isOurs(asker.host))
         return {403,
                 "Host: this is not " + platform::inQuotes(asker.host) + ", use " + place_.text()};
-    if (authorization_ && !sameSecret(asker.authorization, *authorization_))
-        return {401, "a password is needed: user corvane and the line of the password file"};
+    if (Verdict verdict = judgePassword(asker, now); verdict.status != 200)
+        return verdict;
     if (!asker.changesState)
         return {};
     if (!asker.origin.empty() && asker.origin != "http://" + asker.host &&

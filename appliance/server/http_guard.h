@@ -1,10 +1,13 @@
 /*
- * Who may ask: the rules that keep other sites' pages, rebound names and strangers out. Functions
- * of the request's headers alone.
+ * Who may ask: the rules that keep other sites' pages, rebound names and strangers out. They look
+ * at the request's headers alone, and count the wrong passwords of an address.
  */
 #ifndef CORVANE_APPLIANCE_SERVER_HTTP_GUARD_H
 #define CORVANE_APPLIANCE_SERVER_HTTP_GUARD_H
 
+#include "password_tries.h"
+
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,6 +44,7 @@ struct Asker {
     std::string origin{};
     std::string corvane{}; // X-Corvane
     std::string authorization{};
+    std::string address{}; // where the request comes from
     bool changesState = false;
 };
 
@@ -52,16 +56,21 @@ public:
     HttpGuard(ListenPlace place, std::optional<std::string> password);
 
     struct Verdict {
-        int status = 200; // 200, 401 or 403
-        std::string reason;
+        int status = 200; // 200, 401, 403 or 429
+        std::string reason{};
+        std::chrono::seconds retryAfter{}; // of a 429
     };
-    Verdict judge(const Asker &asker) const;
+    /* From any thread. */
+    Verdict judge(const Asker &asker,
+                  PasswordTries::Moment now = std::chrono::steady_clock::now()) const;
 
 private:
     bool isOurs(const std::string &host) const;
+    Verdict judgePassword(const Asker &asker, PasswordTries::Moment now) const;
 
     const ListenPlace place_;
     const std::optional<std::string> authorization_; // the header that is expected
+    mutable PasswordTries tries_;
 };
 
 } // namespace corvane::appliance

@@ -64,6 +64,7 @@ Asker askerOf(const httplib::Request &request) {
             .origin = request.get_header_value("Origin"),
             .corvane = request.get_header_value("X-Corvane"),
             .authorization = request.get_header_value("Authorization"),
+            .address = request.remote_addr,
             .changesState = request.method != "GET" && request.method != "HEAD"};
 }
 
@@ -158,6 +159,9 @@ private:
             ApiAnswer refusal = HttpApi::error(verdict.status, verdict.reason);
             if (verdict.status == 401)
                 refusal.headers.emplace_back("WWW-Authenticate", "Basic realm=\"corvane\"");
+            if (verdict.status == 429)
+                refusal.headers.emplace_back("Retry-After",
+                                             std::to_string(verdict.retryAfter.count()));
             return reply(response, std::move(refusal));
         }
         // Of a HEAD the library sends the head alone, and lets go of the stream at once.

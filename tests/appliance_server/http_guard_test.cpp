@@ -64,6 +64,75 @@ TEST(Guard, PasswordIsComparedWhole) {
     EXPECT_EQ(status(""), 401);
 }
 
+class PasswordGuard : public testing::Test {
+protected:
+    static constexpr const char *kRight = "Basic Y29ydmFuZTpvcGVuIHNlc2FtZQ==";
+    static constexpr const char *kWrong = "Basic Y29ydmFuZTp3cm9uZw==";
+
+    HttpGuard::Verdict verdict(const char *authorization, const std::string &address) const {
+        return guard_.judge(
+            {.host = "127.0.0.1:8080", .authorization = authorization, .address = address},
+            PasswordTries::Moment(std::chrono::hours(1)) + now_);
+    }
+    int status(const char *authorization, const std::string &address = "192.0.2.7") const {
+        return verdict(authorization, address).status;
+    }
+    void beWrong(int times, const std::string &address = "192.0.2.7") const {
+        for (int i = 0; i < times; ++i)
+            EXPECT_EQ(status(kWrong, address), 401) << i;
+    }
+
+    const HttpGuard guard_{{"127.0.0.1", 8080}, "open sesame"};
+    std::chrono::milliseconds now_{0};
+};
+
+TEST_F(PasswordGuard, AddressThatIsWrongTooOftenIsNotHeardForTheRestOfAMinute) {
+    beWrong(1);
+    now_ = std::chrono::milliseconds(20'500);
+    beWrong(4);
+    EXPECT_EQ(status(kWrong), 429);
+    EXPECT_EQ(status(kRight), 429) << "a guess must not be told right";
+    EXPECT_EQ(verdict(kRight, "192.0.2.7").retryAfter.count(), 40);
+    now_ = std::chrono::milliseconds(59'999);
+    EXPECT_EQ(verdict(kRight, "192.0.2.7").retryAfter.count(), 1);
+    now_ = std::chrono::seconds(60);
+    EXPECT_EQ(status(kRight), 200);
+    beWrong(5);
+    EXPECT_EQ(status(kWrong), 429);
+}
+
+TEST_F(PasswordGuard, RequestWithoutAPasswordIsNoTryAndARightOneCountsForNothing) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(status(""), 401);
+        EXPECT_EQ(status(kRight), 200);
+    }
+    beWrong(4);
+    EXPECT_EQ(status(kRight), 200);
+    beWrong(1);
+    EXPECT_EQ(status(kRight), 429) << "a right one in between gives no more guesses";
+}
+
+TEST_F(PasswordGuard, OnlyTheNetworkThatWasWrongHasToWait) {
+    beWrong(5);
+    EXPECT_EQ(status(kRight, "192.0.2.8"), 200);
+    beWrong(3, "2001:db8::1");
+    beWrong(2, "2001:db8::ffff:1");
+    EXPECT_EQ(status(kRight, "2001:db8::2"), 429);
+    EXPECT_EQ(status(kRight, "2001:db8:0:1::2"), 200);
+    EXPECT_EQ(status(kRight, "::ffff:192.0.2.7"), 200);
+}
+
+TEST_F(PasswordGuard, CrowdOfAddressesIsNotRememberedWithoutBound) {
+    beWrong(5, "198.51.100.1");
+    for (std::size_t i = 0; i < PasswordTries::kMostAddresses; ++i) {
+        now_ += std::chrono::milliseconds(1);
+        beWrong(1, "10.0." + std::to_string(i / 256) + "." + std::to_string(i % 256));
+    }
+    EXPECT_EQ(status(kRight, "198.51.100.1"), 200) << "the oldest has made place";
+    beWrong(4, "10.0.0.1");
+    EXPECT_EQ(status(kRight, "10.0.0.1"), 429);
+}
+
 TEST(Secrets, AreTheSameOnlyWhenEqual) {
     EXPECT_TRUE(sameSecret("", ""));
     EXPECT_TRUE(sameSecret("abc", "abc"));

@@ -86,6 +86,8 @@ class Page:
 def check(answer, method, template):
     """The answer is one that the description of the interface has."""
     response = OPENAPI["paths"][template][method]["responses"][str(answer.status)]
+    if "$ref" in response:
+        response = OPENAPI["components"]["responses"][response["$ref"].rpartition("/")[2]]
     for kind, content in response.get("content", {}).items():
         assert answer.headers["Content-Type"].partition(";")[0] == kind, answer.headers
         if kind == "application/json":

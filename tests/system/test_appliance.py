@@ -645,6 +645,13 @@ class ApplianceAlone(SystemTest):
         crossed = page.request("PUT", "/api/v1/override", {"override": 1},
                                {"Authorization": basic["good"], "X-Corvane": None})
         self.assertEqual(crossed.status, 403)
+        guesses = [page.request("GET", "/api/v1/state", None, {"Authorization": basic["bad"]})
+                   for _ in range(5)]
+        self.assertEqual([guess.status for guess in guesses], [401] * 4 + [429])
+        late = page.request("GET", "/api/v1/state", None, {"Authorization": basic["good"]})
+        self.assertEqual(late.status, 429)
+        self.assertIn(int(late.headers["Retry-After"]), range(1, 61))
+        appliance.check(late, "get", "/api/v1/state")
         self.assert_stops(program)
 
     def test_SpeedStartsItsOwnClock(self):
