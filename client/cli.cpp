@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "completion.h"
 #include "errors.h"
+#include "text.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +17,8 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace corvane::client {
 namespace {
@@ -337,15 +340,35 @@ Context makeContext(const CommandLine &line, std::ostream &out, bool colour) {
     return context;
 }
 
-/* The command that the line has got to, for the hint: "corvanectl dr start". */
-std::string selectedCommand(const CLI::App &app) {
-    std::string path = app.get_name();
-    const CLI::App *command = &app;
-    while (!command->get_subcommands().empty()) {
-        command = command->get_subcommands().front();
-        path += " " + command->get_name();
-    }
+/* The commands that the line has got to, outermost first: corvanectl, dr, start. */
+std::vector<const CLI::App *> selectedCommands(const CLI::App &app) {
+    std::vector<const CLI::App *> path{&app};
+    while (!path.back()->get_subcommands().empty())
+        path.push_back(path.back()->get_subcommands().front());
     return path;
+}
+
+/* "corvanectl dr start", for the hint. */
+std::string selectedCommand(const CLI::App &app) {
+    std::string path;
+    for (const CLI::App *command : selectedCommands(app))
+        path += (path.empty() ? "" : " ") + command->get_name();
+    return path;
+}
+
+/* What is wrong where the line stops before one of several commands; empty where it does not. */
+std::string wrongCommand(const CLI::App &app) {
+    const CLI::App &command = *selectedCommands(app).back();
+    const auto choices = command.get_subcommands([](const CLI::App *) { return true; });
+    if (choices.empty())
+        return "";
+    std::string expected = choices.front()->get_name();
+    for (std::size_t i = 1; i < choices.size(); ++i)
+        expected += (i + 1 < choices.size() ? ", " : " or ") + choices[i]->get_name();
+    // A command hands on to its parents what it does not know.
+    const auto given = app.remaining(true);
+    return given.empty() ? "a command is missing, expected " + expected
+                         : platform::inQuotes(given.front()) + " is none of " + expected;
 }
 
 /* The help of the selected command, without CLI11's doubled empty lines. */
@@ -379,7 +402,7 @@ int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostre
             return 0;
         }
         if (!line.action)
-            return misused("a command is missing");
+            return misused(wrongCommand(*app));
         line.action(makeContext(line, out, colour));
         return 0;
     } catch (const CLI::CallForHelp &) {
@@ -389,7 +412,10 @@ int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostre
         out << version.what();
         return 0;
     } catch (const CLI::ParseError &error) {
-        return misused(error.what());
+        const bool isOfACommand = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr ||
+                                  dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr;
+        const std::string wrong = isOfACommand ? wrongCommand(*app) : "";
+        return misused(wrong.empty() ? error.what() : wrong);
     } catch (const UsageError &error) {
         return misused(error.what());
     } catch (const CommandFailed &error) {

@@ -96,6 +96,21 @@ TEST(CommandLine, HintNamesTheCommandThatWasMeant) {
     EXPECT_THAT(corvanectl({"frob"}).err, EndsWith("; see: corvanectl --help\n"));
 }
 
+TEST(CommandLine, CommandThatIsMissingOrUnknownIsAnsweredWithWhatIsAllowed) {
+    EXPECT_EQ(corvanectl({"override", "maybe"}).err,
+              "corvanectl: \"maybe\" is none of on or off; see: corvanectl override --help\n");
+    EXPECT_EQ(corvanectl({"dr"}).err,
+              "corvanectl: a command is missing, expected start or cancel; see: corvanectl dr "
+              "--help\n");
+    EXPECT_EQ(corvanectl({"frob"}).err,
+              "corvanectl: \"frob\" is none of status, dr, override, defrost, energy, watch or "
+              "settings; see: corvanectl --help\n");
+    EXPECT_THAT(corvanectl({}).err, HasSubstr("a command is missing, expected status, dr, "));
+    EXPECT_THAT(corvanectl({"--timeout", "x"}).err, HasSubstr("--timeout"));
+    EXPECT_THAT(corvanectl({"defrost", "add"}).err, HasSubstr("--start-date is required"));
+    EXPECT_THAT(corvanectl({"override", "on", "off"}).err, HasSubstr("not expected: off"));
+}
+
 TEST(CommandLine, EveryCommandHasHelpWithExamples) {
     const std::vector<std::vector<std::string>> commands{
         {},
