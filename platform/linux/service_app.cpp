@@ -4,7 +4,6 @@
  */
 #include <service_app.h>
 
-#include "command_line.h"
 #include "proxy/lifecycle.h"
 #include "service_loop.h"
 
@@ -45,13 +44,10 @@ void setUpProcess() {
 
 } // namespace
 
-int service_app_main(int argc, char **argv, service_app_lifecycle_callback_s *callback,
-                     void *user_data) {
+int service_app_main(int, char **, service_app_lifecycle_callback_s *callback, void *user_data) {
     using namespace corvane::platform;
     if (callback == nullptr || callback->create == nullptr || callback->terminate == nullptr)
         return 1;
-    if (const std::optional<int> answered = answerCommandLine(argc, argv))
-        return *answered;
     setUpProcess();
     return runService(*callback, user_data, {prepareProxy, quiesceProxy, closeProxy}, kStopBound);
 }

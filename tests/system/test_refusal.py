@@ -117,3 +117,31 @@ class Damage(SystemTest):
     def test_WritingTheKeyMendsIt(self):
         self.corvane.settle()
         self.corvane.wait_for_value(LEVEL, 0)
+
+
+class ArgumentsOfTheService(SystemTest):
+    """It takes none, and says so before anything of it starts."""
+
+    def setUp(self):
+        self.corvane = Instance(self.id().rpartition("_")[2])
+
+    def run_to_end(self, *command):
+        program = self.corvane.start_program(*command)
+        status = program.wait()
+        self.assertEqual(program.sanitizer_reports(), [])
+        return status, program.output, program.log
+
+    def test_CallForHelpShowsTheHelpAlone(self):
+        for name in ("corvane", "corvane-timelapse"):
+            with self.subTest(name=name):
+                status, output, errors = self.run_to_end(name, "--help")
+                self.assertEqual((status, errors), (0, ""))
+                self.assertTrue(output.startswith("Usage: corvane\n"), output)
+                status, output, errors = self.run_to_end(name, "--version")
+                self.assertEqual((status, errors), (0, ""))
+                self.assertRegex(output, r"\Acorvane [0-9.]+\n\Z")
+
+    def test_OtherArgumentIsOneLineAndStatusTwo(self):
+        status, output, errors = self.run_to_end("corvane", "--verbose")
+        self.assertEqual((status, output), (2, ""))
+        self.assertRegex(errors, r'\Acorvane: the argument "--verbose" is not known[^\n]*\n\Z')
