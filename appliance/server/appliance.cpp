@@ -499,7 +499,8 @@ bool Appliance::setFault(const std::string &name, bool on) {
             micom_.restart(nowMs_);
             trace("page", "in", "restarted the Micom");
         }
-    } else if (const auto found = switches.find(name); found != switches.end()) {
+    } else if (const auto found = switches.find(name);
+               found != switches.end() && (options_.hasMetering || !name.starts_with("metering"))) {
         *found->second = on;
         micom_.setFaults(micom);
         metering_.setFaults(metering);

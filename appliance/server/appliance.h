@@ -58,7 +58,8 @@ public:
         int speed = 1;
         std::string version;
         std::string serviceUrl;
-        std::string zone; // its name, for people
+        std::string zone;        // its name, for people
+        bool hasMetering = true; // whether the metering service is this one's
     };
 
     /* The store is open; all outlive the appliance. Throws ApplianceError and HistoryError. */

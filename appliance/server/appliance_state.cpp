@@ -237,12 +237,13 @@ ordered_json Appliance::composeFaults() const {
                                               metering.garbage};
     ordered_json faults = ordered_json::array();
     for (std::size_t i = 0; i < kFaults.size(); ++i)
-        faults.push_back({{"name", kFaults[i].name},
-                          {"label", kFaults[i].label},
-                          {"description", kFaults[i].description},
-                          {"group", kFaults[i].group},
-                          {"on", on[i]},
-                          {"momentary", std::string_view(kFaults[i].name) == "micomRestart"}});
+        if (options_.hasMetering || std::string_view(kFaults[i].group) != kMetering)
+            faults.push_back({{"name", kFaults[i].name},
+                              {"label", kFaults[i].label},
+                              {"description", kFaults[i].description},
+                              {"group", kFaults[i].group},
+                              {"on", on[i]},
+                              {"momentary", std::string_view(kFaults[i].name) == "micomRestart"}});
     return faults;
 }
 

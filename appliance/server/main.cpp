@@ -188,7 +188,8 @@ void live(const Options &options, const platform::Folders &folders, int stopFd) 
                          .speed = clock::processClock().factor(),
                          .version = CORVANE_VERSION,
                          .serviceUrl = options.service.url(),
-                         .zone = zoneName()},
+                         .zone = zoneName(),
+                         .hasMetering = options.meteringPort != 0},
                         store, history, hub, terminal);
     RemoteSide remote(options.service, credentials);
     appliance.onAskService = [&] { askService(remote, appliance); };

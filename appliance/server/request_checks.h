@@ -1,6 +1,7 @@
 /*
  * The check of what a browser sends, before any of it can reach the service: by the very rules by
- * which the service's proxy checks its own wire, so that both always agree.
+ * which the service's proxy checks its own wire, so that both always agree. What is wrong with a
+ * text is said in the words of the page's forms, for the person who has typed it.
  */
 #ifndef CORVANE_APPLIANCE_SERVER_REQUEST_CHECKS_H
 #define CORVANE_APPLIANCE_SERVER_REQUEST_CHECKS_H

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -38,7 +39,8 @@ protected:
                                               .speed = 1,
                                               .version = "test",
                                               .serviceUrl = "coap://127.0.0.1:9",
-                                              .zone = "UTC"},
+                                              .zone = "UTC",
+                                              .hasMetering = hasMetering_},
                            store_, *history_, hub_, terminal_);
         api_.emplace(*appliance_, *history_, remote_, hub_, files_);
         engine_ = std::thread([this] { appliance_->run(stopFd_); });
@@ -79,6 +81,7 @@ protected:
     }
 
     TempFolder folder_;
+    bool hasMetering_ = true;
     int stopFd_ = eventfd(0, EFD_CLOEXEC);
     platform::SettingsStore store_;
     Terminal terminal_;
@@ -127,6 +130,22 @@ TEST_F(HttpApiTest, FaultIsOnInTheNextStateAndAnUnknownOneIsRefused) {
     EXPECT_FALSE(state["micom"]["alive"].get<bool>());
     EXPECT_TRUE(state["faults"][0]["on"].get<bool>());
     EXPECT_EQ(ask("PUT", "/api/v1/faults/none", R"({"on":true})").status, 404);
+}
+
+TEST_F(HttpApiTest, FaultsOfAMeteringServiceThatIsNotThereAreNotOffered) {
+    const auto groups = [this] {
+        std::set<std::string> found;
+        const json state = json::parse(ask("GET", "/api/v1/state").body);
+        for (const json &fault : state["faults"])
+            found.insert(fault["group"]);
+        return found;
+    };
+    EXPECT_THAT(groups(), testing::ElementsAre("Metering service", "Micom"));
+    hasMetering_ = false;
+    restart();
+    EXPECT_THAT(groups(), testing::ElementsAre("Micom"));
+    EXPECT_EQ(ask("PUT", "/api/v1/faults/meteringSlow", R"({"on":true})").status, 404);
+    EXPECT_EQ(ask("PUT", "/api/v1/faults/micomSlow", R"({"on":true})").status, 200);
 }
 
 TEST_F(HttpApiTest, DisplayButtonWritesItsKey) {

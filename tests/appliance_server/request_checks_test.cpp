@@ -42,6 +42,42 @@ TEST(ReservationCheck, FollowsTheRulesOfTheWire) {
     EXPECT_EQ(check("{" + good + "}"), "period");
 }
 
+TEST(ReservationCheck, RefusalIsInTheWordsOfTheForm) {
+    const auto reason = [](const std::string &name, const std::string &value) {
+        nlohmann::json wish{{"startTime", "0000-06-01T17:00:00"},
+                            {"endTime", "0000-08-31T00:00:00"},
+                            {"period", "02:00:00"}};
+        wish[name] = value;
+        const Refusal refusal =
+            refusalOf(checkForService("CreateDefrostReservations", wish.dump()));
+        EXPECT_EQ(refusal.field, name);
+        return refusal.reason;
+    };
+    EXPECT_EQ(reason("startTime", "0000-06-31T17:00:00"), "first day: \"31\" is no day of June");
+    EXPECT_EQ(reason("startTime", "0000-02-T17:00:00"), "first day: \"\" is no day of February");
+    EXPECT_EQ(reason("endTime", "0000-12-99T00:00:00"), "last day: \"99\" is no day of December");
+    EXPECT_EQ(reason("startTime", "0000-06-01T25:00:00"),
+              "daily from: \"25:00:00\" is no time of day such as 17:00:00");
+    EXPECT_EQ(reason("startTime", "0000-06-01Thalf past"),
+              "daily from: \"half past\" is no time of day such as 17:00:00");
+    EXPECT_EQ(reason("period", "2 h"),
+              "length: \"2 h\" is no length of time such as 02:00:00, 00:00:01 to 23:59:59");
+    EXPECT_EQ(reason("description", "the 31st of the longest months!"),
+              "description: \"the 31st of the longest months!\" is too long: 31 bytes, at most 30");
+    EXPECT_THAT(reason("description", "a'b"), testing::HasSubstr("a quote, a backslash"));
+}
+
+TEST(ReservationCheck, WhatNoFormSendsIsRefusedInTheWordsOfTheWire) {
+    const auto reason = [](const std::string &startTime) {
+        return refusalOf(checkForService("CreateDefrostReservations",
+                                         R"({"startTime":)" + startTime + "}"))
+            .reason;
+    };
+    for (const char *startTime :
+         {R"("2026-06-01T17:00:00")", R"("0000-13-01T17:00:00")", R"("0000-06-01")", R"("")", "7"})
+        EXPECT_THAT(reason(startTime), testing::HasSubstr("expected a text 0000-MM-DDThh:mm:ss"));
+}
+
 TEST(DoorCheck, TakesExactlyItsTwoMembers) {
     const auto good = checkDoor(R"({"open":true,"compartment":"freezer"})");
     ASSERT_TRUE(std::holds_alternative<DoorWish>(good));

@@ -125,7 +125,7 @@ describe(`the page at ${size}, ${theme}`, () => {
     for (const [id, description] of [["2", "Evening peak"], ["3", "Noon"]]) {
       await page.fill("#reservation-description", description);
       await page.click("#reservation-form button[value=create]");
-      await seeText(page, "#reservation-answer", new RegExp(`Stored as reservation ${id}`));
+      await seeText(page, "#reservation-answer", new RegExp(`Added as reservation ${id}`));
       await seeText(page, "#reservations", new RegExp(description));
     }
     await seeText(page, "#reservation-count", /4 of 4/);

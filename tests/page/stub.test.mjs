@@ -222,18 +222,37 @@ describe("orders", () => {
     await page.fill("#reservation-first-day", "5");
     await page.selectOption("#reservation-first-month", "03");
     await page.click("#reservation-form button[value=set]");
-    await seeText(page, "#reservation-answer", /Stored/);
+    await seeText(page, "#reservation-answer", /Added; nobody was notified/);
     assert.deepEqual(lastRequest(), {
       method: "PUT", path: "/api/v1/reservations",
       body: { startTime: "0000-03-05T17:00:00", endTime: "0000-12-31T00:00:00", period: "02:00:00", description: "Evening peak" },
     });
     await page.fill("#reservation-description", "");
-    await page.fill("#reservation-last-day", "99");
+    await page.fill("#reservation-start", "7:30");
+    await page.fill("#reservation-period", "01:15");
     await page.click("#reservation-form button[value=create]");
-    await seeText(page, "#reservations", /4 of|3/);
+    await seeText(page, "#reservation-answer", /Added as reservation 3/);
     assert.equal(lastRequest().method, "POST");
-    assert.equal(lastRequest().body.endTime, "0000-12-99T00:00:00");
-    assert.equal("description" in lastRequest().body, false);
+    assert.deepEqual(lastRequest().body, { startTime: "0000-03-05T07:30:00", endTime: "0000-12-31T00:00:00", period: "01:15:00" });
+  });
+
+  it("FieldOfAReservationThatIsRefusedIsMarkedUntilItIsChanged", async () => {
+    const page = await open(browser, stub.url);
+    await page.click("#reservation-new summary");
+    const marked = () => page.locator("#reservation-form [aria-invalid=true]").evaluateAll((fields) => fields.map(({ name }) => name));
+    for (const [id, value, good, name, answer] of [
+      ["last-day", "99", "31", "lastDay", /^Last day: "99" is no day of that month$/],
+      ["start", "25:00", "17:00", "start", /^Daily from: "25:00:00" is no time of day/],
+      ["description", "a'b", "", "description", /^Description: "a'b" has a character/],
+    ]) {
+      await page.fill(`#reservation-${id}`, value);
+      await page.click("#reservation-form button[value=create]");
+      await seeText(page, "#reservation-answer", answer);
+      assert.deepEqual(await marked(), [name]);
+      await page.fill(`#reservation-${id}`, good);
+      assert.deepEqual(await marked(), []);
+    }
+    await assertSound(page);
   });
 
   it("DefrostDelayThatAnEventKeepsOffSaysSo", async () => {

@@ -238,8 +238,11 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
   }
 
   function createReservation({ description = "", startTime, endTime, period }) {
-    if (!/^0000-(0[1-9]|1[0-2])-(0[1-9]|[12]\d|3[01])T/.test(startTime)) throw new Refused(400, { error: `startTime "${startTime}" is not a date that exists`, field: "startTime" });
-    if (/["'\\]/.test(description)) throw new Refused(400, { error: `description "${description}" has a quote or a backslash`, field: "description" });
+    for (const [what, field, text] of [["first day", "startTime", startTime], ["last day", "endTime", endTime]]) {
+      if (!/^0000-(0[1-9]|1[0-2])-(0[1-9]|[12]\d|3[01])T/.test(text)) throw new Refused(400, { error: `${what}: "${text.slice(8, text.indexOf("T"))}" is no day of that month`, field });
+    }
+    if (seconds(startTime.slice(11)) >= 86400) throw new Refused(400, { error: `daily from: "${startTime.slice(11)}" is no time of day such as 17:00:00`, field: "startTime" });
+    if (/["'\\]/.test(description)) throw new Refused(400, { error: `description: "${description}" has a character that cannot be stored`, field: "description" });
     const id = nextReservation.shift();
     if (id === undefined) throw new Refused(409, { error: "All four reservation places are taken; delete one first.", service: { code: 409, reason: "refused", error: 507 } });
     state.defrostDelay.reservations.push({ id: String(id), description, startTime, endTime, period, current: false });
@@ -285,7 +288,10 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
       return { result: 1 };
     },
     "POST /api/v1/reservations": createReservation,
-    "PUT /api/v1/reservations": createReservation,
+    "PUT /api/v1/reservations": (wish) => {
+      createReservation(wish);
+      return { result: 1 };
+    },
     "PUT /api/v1/door": ({ compartment, open }) => {
       state.refrigerator.doors[`${compartment}Open`] = open;
       return { result: 1 };

@@ -59,6 +59,7 @@ function reservationItem(reservation, remove) {
 /** Two digits, or what was typed when it is no number: the appliance says then what is wrong. */
 const twoDigits = (text) => (/^\d$/.test(text.trim()) ? "0" + text.trim() : text.trim());
 
+/** "7:00" and "07:00" are sent as "07:00:00", anything else as it was typed. */
 function timeOfDay(text) {
   return /^\d{1,2}:\d\d$/.test(text.trim()) ? `${text.trim().padStart(5, "0")}:00` : text.trim();
 }
@@ -72,6 +73,15 @@ function reservationOf(form) {
   };
   if (value("description").trim() !== "") reservation.description = value("description").trim();
   return reservation;
+}
+
+/** The field that a refusal begins with, in the form's own words. */
+const kFields = { Description: "description", "First day": "firstDay", "Last day": "lastDay", "Daily from": "start", Length: "period" };
+
+function mark(form, refusal) {
+  for (const field of form.querySelectorAll("[aria-invalid]")) field.removeAttribute("aria-invalid");
+  const name = kFields[refusal?.message.split(":")[0]];
+  if (name !== undefined) setAttribute(form.elements[name], "aria-invalid", "true");
 }
 
 function monthOptions(select, chosen) {
@@ -89,12 +99,15 @@ export function defrostView(store, api) {
   const form = byId("reservation-form");
   monthOptions(byId("reservation-first-month"), 0);
   monthOptions(byId("reservation-last-month"), 11);
-  form.addEventListener("submit", (event) => {
+  form.addEventListener("input", () => mark(form, null));
+  form.addEventListener("submit", async (event) => {
     event.preventDefault();
+    mark(form, null);
     const button = event.submitter ?? form.querySelector("button.primary");
     const send = button.value === "set" ? api.setReservation : api.createReservation;
-    return ask(button, byId("reservation-answer"), () => send(reservationOf(form)), (result) =>
-      result.id === undefined ? "Stored." : `Stored as reservation ${result.id}.`);
+    const refusal = await ask(button, byId("reservation-answer"), () => send(reservationOf(form)), (result) =>
+      result.id === undefined ? "Added; nobody was notified." : `Added as reservation ${result.id}.`);
+    mark(form, refusal);
   });
 
   const remove = (button, id) =>
