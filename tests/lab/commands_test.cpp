@@ -1,6 +1,8 @@
 /*
  * The command lines of run and compare, from the words to the folder that they leave.
  */
+#include "in_temp_folder.h"
+
 #include <commands.h>
 #include <scenario.h>
 
@@ -17,15 +19,8 @@ using namespace corvane::lab;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class LabCommand : public ::testing::Test {
+class LabCommand : public InTempFolder {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/corvane-lab-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
-
     std::string scenario(const std::string &more = "") {
         const std::string file = folder_ + "/day.toml";
         std::ofstream(file) << "from = 2026-06-17\nto = 2026-06-17\n[[programme]]\nlevel = 4\n"
@@ -58,7 +53,7 @@ protected:
         return nlohmann::json::parse(std::ifstream(folder_ + "/" + name + "/figures.json"));
     }
 
-    std::string folder_, output_, errors_;
+    std::string output_, errors_;
 };
 
 TEST_F(LabCommand, WrongUsageIsOneLineAndStatusTwo) {

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <ostream>
 
 namespace {
 
@@ -106,6 +107,9 @@ struct Mistake {
     std::string more; // begins in line 4
     const char *line;
 };
+
+/* For the list of tests, which would show its bytes. */
+void PrintTo(const Mistake &mistake, std::ostream *stream) { *stream << mistake.name; }
 
 class Refused : public ::testing::TestWithParam<Mistake> {};
 
