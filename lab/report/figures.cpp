@@ -16,6 +16,7 @@ namespace {
 
 constexpr double kMinutesPerHour = 60;
 constexpr std::size_t kQuarter = 15;
+constexpr std::size_t kHour = 60;
 
 double kWhOf(const RunResult &run) {
     double wattMinutes = 0;
@@ -67,18 +68,36 @@ double peakWatt(const RunResult &run) {
                        [&](std::size_t i) { return static_cast<double>(run.minutes[i].watt); });
 }
 
-/* The highest mean of an hour in a row, of a temperature. */
-double warmest(const RunResult &run, float Minute::*food) {
+/* The highest mean of an hour in a row, of a temperature; of a shorter range its mean. */
+double warmest(const RunResult &run, const Range &range, float Minute::*food) {
+    const std::size_t span = std::min<std::size_t>(kHour, range.end - range.begin);
     double highest = -std::numeric_limits<double>::infinity();
     double sum = 0;
-    for (std::size_t i = 0; i < run.minutes.size(); ++i) {
+    for (std::size_t i = range.begin; i < range.end; ++i) {
         sum += run.minutes[i].*food;
-        if (i >= 60)
-            sum -= run.minutes[i - 60].*food;
-        if (i >= 59)
-            highest = std::max(highest, sum / 60);
+        if (i >= range.begin + span)
+            sum -= run.minutes[i - span].*food;
+        if (i + 1 >= range.begin + span)
+            highest = std::max(highest, sum / static_cast<double>(span));
     }
     return highest;
+}
+
+double warmest(const RunResult &run, float Minute::*food) {
+    return warmest(run, {0, run.minutes.size()}, food);
+}
+
+int defrosts(const RunResult &run) {
+    int count = 0;
+    for (std::size_t i = 1; i < run.minutes.size(); ++i)
+        count += run.minutes[i].defrostHeating && !run.minutes[i - 1].defrostHeating ? 1 : 0;
+    return count;
+}
+
+double heldHours(const RunResult &run) {
+    return static_cast<double>(std::count_if(run.minutes.begin(), run.minutes.end(),
+                                             [](const Minute &m) { return m.defrostHeld; })) /
+           kMinutesPerHour;
 }
 
 /* The minutes after an event, until kAfterMinutes later or the next one's begin. */
@@ -91,21 +110,25 @@ Range after(const Runs &runs, std::size_t index) {
     return rangeOf(runs.with, endMs, untilMs);
 }
 
-/* The average event's return, minute by minute after its end. Events that another follows within
- * kAfterMinutes are left out. */
-std::vector<double> averageReturn(const Runs &runs, const RunResult &run) {
-    std::vector<double> watt(kAfterMinutes, 0);
-    double count = 0;
+/* The hours after each event that no other follows within them. */
+std::vector<Range> undisturbedReturns(const Runs &runs) {
+    std::vector<Range> returns;
     for (std::size_t i = 0; i < runs.events.size(); ++i) {
         const Range range = after(runs, i);
-        if (range.end - range.begin != kAfterMinutes)
-            continue;
-        ++count;
+        if (range.end - range.begin == kAfterMinutes)
+            returns.push_back(range);
+    }
+    return returns;
+}
+
+/* Minute by minute after an event's end, at least one of them. */
+std::vector<double> averageReturn(const std::vector<Range> &returns, const RunResult &run) {
+    std::vector<double> watt(kAfterMinutes, 0);
+    for (const Range &range : returns)
         for (std::size_t minute = 0; minute < watt.size(); ++minute)
             watt[minute] += run.minutes[range.begin + minute].watt;
-    }
     for (double &value : watt)
-        value /= std::max(count, 1.0);
+        value /= static_cast<double>(returns.size());
     return watt;
 }
 
@@ -124,7 +147,7 @@ std::string outcomeOf(const EventFate &fate, const PlannedEvent &event) {
         return "confirmed, then replaced";
     if (fate.endedMs == 0)
         return "confirmed, end not told";
-    if (fate.endedMs < event.endMs)
+    if (fate.endedMs < event.endMs - kMinuteMs) // orders are in whole seconds
         return "confirmed, ended early";
     return "confirmed";
 }
@@ -140,13 +163,9 @@ EventFigures eventFigures(const Runs &runs, std::size_t index) {
                               ? 0
                               : (meanWatt(runs.with, later) - meanWatt(runs.without, later)) *
                                     later.count() / kMinutesPerHour / 1000;
-    figures.fridgeFood = figures.freezerFood = -std::numeric_limits<double>::infinity();
-    for (std::size_t i = range.begin; i < std::max(range.end, later.end); ++i) {
-        const Minute &minute = runs.with.minutes[i];
-        figures.fridgeFood = std::max(figures.fridgeFood, static_cast<double>(minute.fridgeFood));
-        figures.freezerFood =
-            std::max(figures.freezerFood, static_cast<double>(minute.freezerFood));
-    }
+    const Range followed{range.begin, std::max(range.end, later.end)};
+    figures.fridgeFood = warmest(runs.with, followed, &Minute::fridgeFood);
+    figures.freezerFood = warmest(runs.with, followed, &Minute::freezerFood);
     figures.outcome = outcomeOf(runs.with.fates.at(index), event);
     return figures;
 }
@@ -163,6 +182,7 @@ void addEventHours(const Runs &runs, Figures &figures) {
     double withSum = 0;
     double withoutSum = 0;
     double moreAfter = 0;
+    double moreLater = 0;
     double eventMinutes = 0;
     double afterMinutes = 0;
     int sinceEvent = kAfterMinutes;
@@ -178,6 +198,8 @@ void addEventHours(const Runs &runs, Figures &figures) {
             ++sinceEvent;
             moreAfter += with - without;
             ++afterMinutes;
+        } else {
+            moreLater += with - without;
         }
     }
     figures.eventHours = eventMinutes / kMinutesPerHour;
@@ -186,6 +208,21 @@ void addEventHours(const Runs &runs, Figures &figures) {
     figures.eventWithoutWatt = withoutSum / std::max(eventMinutes, 1.0);
     figures.reducedKwh = (withoutSum - withSum) / kMinutesPerHour / 1000;
     figures.cameBackKwh = moreAfter / kMinutesPerHour / 1000;
+    figures.laterKwh = moreLater / kMinutesPerHour / 1000;
+}
+
+void addReturn(const Runs &runs, Figures &figures) {
+    const std::vector<Range> returns = undisturbedReturns(runs);
+    figures.returnEvents = static_cast<int>(returns.size());
+    if (returns.empty())
+        return;
+    const std::vector<double> steady = averageReturn(returns, runs.without);
+    figures.returnPeakWatt = highestQuarter(averageReturn(returns, runs.with));
+    figures.returnPeakWithoutWatt = highestQuarter(steady);
+    for (const double watt : steady)
+        figures.returnSteadyWatt += watt / static_cast<double>(steady.size());
+    if (runs.noSpread)
+        figures.returnPeakNoSpreadWatt = highestQuarter(averageReturn(returns, *runs.noSpread));
 }
 
 } // namespace
@@ -196,18 +233,19 @@ Figures figuresOf(const Runs &runs) {
     figures.withKwh = kWhOf(runs.with);
     figures.withoutKwh = kWhOf(runs.without);
     addEventHours(runs, figures);
-    figures.returnPeakWatt = highestQuarter(averageReturn(runs, runs.with));
-    const std::vector<double> steady = averageReturn(runs, runs.without);
-    for (const double watt : steady)
-        figures.returnSteadyWatt += watt / static_cast<double>(steady.size());
-    if (runs.noSpread)
-        figures.returnPeakNoSpreadWatt = highestQuarter(averageReturn(runs, *runs.noSpread));
+    addReturn(runs, figures);
     figures.peakWithWatt = peakWatt(runs.with);
     figures.peakWithoutWatt = peakWatt(runs.without);
     figures.fridgeWith = warmest(runs.with, &Minute::fridgeFood);
     figures.fridgeWithout = warmest(runs.without, &Minute::fridgeFood);
     figures.freezerWith = warmest(runs.with, &Minute::freezerFood);
     figures.freezerWithout = warmest(runs.without, &Minute::freezerFood);
+    if (runs.appliances == 1) {
+        figures.defrostsWith = defrosts(runs.with);
+        figures.defrostsWithout = defrosts(runs.without);
+        figures.heldHoursWith = heldHours(runs.with);
+        figures.heldHoursWithout = heldHours(runs.without);
+    }
     figures.reportedKwh = static_cast<double>(runs.with.postedCounts) / 100 / 1000;
     for (std::size_t i = 0; i < runs.events.size(); ++i)
         figures.events.push_back(eventFigures(runs, i));

@@ -30,7 +30,7 @@ struct Runs {
 struct EventFigures {
     double withWatt = 0, withoutWatt = 0;   // means of the event's minutes
     double cameBackKwh = 0;                 // after its end, until the next event or kAfterMinutes
-    double fridgeFood = 0, freezerFood = 0; // warmest until then, degrees Celsius
+    double fridgeFood = 0, freezerFood = 0; // warmest hour until then, degrees Celsius
     std::string outcome;                    // "confirmed", "refused", "replaced" …
 };
 
@@ -43,17 +43,24 @@ struct Figures {
     double reducedKwh = 0;                          // in these hours
     double afterHours = 0;
     double cameBackKwh = 0; // more than without in the hours after
-    // Of the average event: the highest quarter of an hour in the hours after its end, and the mean
-    // of the same hours without the programme, which is what the return is measured against.
-    double returnPeakWatt = 0, returnSteadyWatt = 0;
+    double laterKwh = 0;    // more than without in all other hours
+    // Of the average event, in the hours after its end: the highest quarter of an hour with the
+    // programme and without, and the mean without, against which a return is measured. Only events
+    // that no other follows within these hours; without any of them all is 0.
+    int returnEvents = 0;
+    double returnPeakWatt = 0, returnPeakWithoutWatt = 0, returnSteadyWatt = 0;
     std::optional<double> returnPeakNoSpreadWatt;
     // The highest quarter of an hour of the whole period.
     double peakWithWatt = 0, peakWithoutWatt = 0;
-    // The warmest hour of the whole period.
+    // The highest mean temperature of sixty minutes in a row.
     double fridgeWith = 0, fridgeWithout = 0, freezerWith = 0, freezerWithout = 0;
+    // Of one appliance, 0 for a fleet: defrosts that began, and how long they were held back.
+    int defrostsWith = 0, defrostsWithout = 0;
+    double heldHoursWith = 0, heldHoursWithout = 0;
     double reportedKwh = 0; // posted to the metering service, with the programme
     std::vector<EventFigures> events;
 
+    /* reducedKwh - cameBackKwh - laterKwh. */
     [[nodiscard]] double savedKwh() const { return withoutKwh - withKwh; }
     [[nodiscard]] double savedPercent() const { return share(savedKwh(), withoutKwh); }
     [[nodiscard]] double reducedWatt() const { return eventWithoutWatt - eventWithWatt; }

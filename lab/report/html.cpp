@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 namespace corvane::lab {
@@ -26,7 +27,7 @@ constexpr const char *kStyle = R"(
 *{box-sizing:border-box}body{margin:0;background:var(--bg);color:var(--text);
 font:15px/1.5 system-ui,"Segoe UI",Roboto,"Helvetica Neue",Arial,sans-serif;font-variant-numeric:tabular-nums}
 main{max-width:1160px;margin:0 auto;padding:28px 20px 60px}
-h1{font-size:1.6rem;line-height:1.25;margin:0 0 4px;letter-spacing:-.01em}h2{font-size:1.1rem;margin:0 0 4px}
+h1{font-size:1.6rem;line-height:1.25;margin:0 0 4px;letter-spacing:-.01em}h2{font-size:1.1rem;margin:0 0 4px}h3{font-size:1rem;margin:12px 0 0}
 p{margin:0 0 8px}.muted{color:var(--muted)}
 section{background:var(--surface);border:1px solid var(--line);border-radius:12px;padding:18px 20px;margin-top:16px;
 break-inside:avoid}
@@ -37,6 +38,9 @@ section.long{break-inside:auto}
 .tile b{display:block;font-size:1.55rem;line-height:1.2;letter-spacing:-.02em}.tile span{color:var(--muted);font-size:.87rem}
 .missed{border-color:var(--fault)}.missed h2{color:var(--fault)}
 svg{display:block;width:100%;height:auto;margin-top:6px}svg text{font-size:12px;fill:var(--muted)}
+svg.narrow{display:none}.legend{display:flex;flex-wrap:wrap;gap:2px 22px;margin:8px 0 0;font-size:.87rem;color:var(--muted)}
+.legend i{display:inline-block;width:26px;border-top:3px solid;margin-right:8px;vertical-align:middle}
+i.with{border-color:var(--with)}i.without{border-color:var(--without)}i.unspread{border-color:var(--unspread);border-top-style:dashed}
 svg .strong{font-weight:600;fill:var(--text)}svg .end{text-anchor:end}svg .middle{text-anchor:middle}
 .grid{stroke:var(--line)}.axis{stroke:var(--muted)}.band{fill:var(--soft)}
 .line{fill:none;stroke-width:2;stroke-linejoin:round}.line.with{stroke:var(--with);stroke-width:2.5}
@@ -44,17 +48,34 @@ svg .strong{font-weight:600;fill:var(--text)}svg .end{text-anchor:end}svg .middl
 .limit{stroke:var(--fault);stroke-dasharray:3 4}svg .limit-text{fill:var(--fault)}
 .shade0{fill:var(--s0)}.shade1{fill:var(--s1)}.shade2{fill:var(--s2)}.shade3{fill:var(--s3)}.shade4{fill:var(--s4)}
 .shade5{fill:var(--s5)}.shade6{fill:var(--s6)}
-.scroll{overflow-x:auto}table{border-collapse:collapse;width:100%;font-size:.9rem;margin-top:8px}
+.whole{white-space:nowrap}.scroll{overflow-x:auto}:focus-visible{outline:2px solid var(--accent);outline-offset:2px}table{border-collapse:collapse;width:100%;font-size:.9rem;margin-top:8px}
 th,td{padding:6px 9px;text-align:right;border-bottom:1px solid var(--line);white-space:nowrap}
 th{color:var(--muted);font-weight:600;vertical-align:bottom}th:first-child,td:first-child,.left{text-align:left}
-tr.bad td{color:var(--fault)}td.words{text-align:left;white-space:normal}
+tr.bad td{color:var(--fault)}td.words,th.words{text-align:left;white-space:normal}.pinned td.words{min-width:8.5em}
+th[scope=row]{color:var(--text);font-weight:400;vertical-align:baseline}td.why{color:var(--muted)}
+tr.total>*{font-weight:650;border-bottom:0;border-top:2px solid var(--line)}
 details{margin-top:10px}summary{cursor:pointer;color:var(--accent);font-weight:600}
 code{background:var(--sunken);padding:1px 5px;border-radius:5px;font-size:.9em;overflow-wrap:anywhere}
 footer{margin-top:20px;color:var(--muted);font-size:.87rem}
+@media (max-width:900px){svg text{font-size:15px}}
+@media (max-width:640px){main{padding:16px 10px 40px}section{padding:14px 12px}h1{font-size:1.35rem}
+.answer p:first-child{font-size:1.12rem}.tiles{grid-template-columns:repeat(2,minmax(0,1fr));gap:8px}.tile{padding:10px 12px}
+.tile b{font-size:1.2rem}svg.wide{display:none}svg.narrow{display:block;max-width:480px}svg.narrow text{font-size:12.5px}
+svg.heat{width:760px}th,td{padding:6px}thead th,th.words,td.words,.long th{white-space:normal}
+.pinned th:first-child,.pinned td:first-child{position:sticky;left:0;background:var(--surface);white-space:normal}
+table.stacked,table.stacked thead,table.stacked tbody{display:block}table.stacked thead th:first-child{display:none}
+table.stacked tr{display:grid;grid-template-columns:repeat(3,1fr);align-items:end;border-bottom:1px solid var(--line)}
+table.stacked th,table.stacked td{border:0;text-align:right}table.stacked th[scope=row]{grid-column:1/4;text-align:left;padding-bottom:0}
+table.notes,table.notes tbody{display:block}table.notes thead{display:none}table.notes td{border:0;padding:0;color:var(--muted)}
+table.notes tr{display:grid;grid-template-columns:auto 1fr;gap:0 12px;padding:6px 0;border-bottom:1px solid var(--line)}
+table.notes td.words{grid-column:1/3;color:var(--text)}
+table.notes tr.bad td{color:var(--fault)}
+table.sum,table.sum tbody,table.sum tr{display:block}table.sum tr{display:grid;grid-template-columns:1fr auto;border-bottom:1px solid var(--line)}
+table.sum th,table.sum td{border:0}table.sum td.why{grid-column:1/3;grid-row:2;padding-top:0}}
 @media print{:root{--bg:#fff;--surface:#fff;--sunken:#f2f2f2;--line:#ccc;--text:#000;--muted:#444;--accent:#1456bd;
 --soft:#eef3fb;--fault:#b0231a;--with:#1456bd;--without:#7c8896;--unspread:#b56a00;--s0:#f1f5fb;--s1:#d5e3f6;--s2:#b0cbee;
 --s3:#83ade2;--s4:#548bd2;--s5:#2b68b8;--s6:#123f7c}*{print-color-adjust:exact;-webkit-print-color-adjust:exact}
-body{font-size:11pt}main{padding:0;max-width:none}details{display:none}}
+body{font-size:11pt}main{padding:0;max-width:none}details{display:none}.scroll{overflow:visible}}
 )";
 
 std::string tag(const std::string &name, const std::string &content,
@@ -72,11 +93,42 @@ std::string section(const std::string &heading, const std::string &hint, const s
            "\n";
 }
 
+/* What may be wider than the page: scrolls by itself, also with the keys. */
+std::string scrolling(const std::string &what, const std::string &content,
+                      const std::string &style = "") {
+    return "<div class=\"scroll" + (style.empty() ? "" : " " + style) +
+           "\" role=\"region\" tabindex=\"0\" aria-label=\"" + escaped(what) + "\">" + content +
+           "</div>";
+}
+
+std::string rowHeading(const std::string &text) {
+    return "<th scope=\"row\" class=\"words\">" + escaped(text) + "</th>";
+}
+
+/* Legend and both formats; the style sheet chooses one. */
+std::string drawn(const LineChart &chart) {
+    std::string legend;
+    for (const Series &series : chart.series)
+        legend += tag("span", "<i class=\"" + series.style + "\"></i>" + escaped(series.name));
+    return tag("div", legend, "legend") + draw(chart, Format::Wide) + draw(chart, Format::Narrow);
+}
+
 std::string tile(const std::string &value, const std::string &what) {
     return tag("div", tag("b", escaped(value)) + tag("span", escaped(what)), "tile");
 }
 
 std::string percentText(double value) { return number(value, std::abs(value) < 10 ? 1 : 0) + " %"; }
+
+std::string cameBackTile(const Figures &figures) {
+    const std::string when = "within " + std::to_string(kAfterMinutes / 60) + " hours after";
+    if (figures.cameBackKwh < 0)
+        return tile(energy(-figures.cameBackKwh), "less still " + when + ": nothing came back");
+    return tile(energy(figures.cameBackKwh),
+                "came back " + when +
+                    (figures.reducedKwh > 0
+                         ? ", " + percentText(figures.cameBackPercent()) + " of what was put off"
+                         : ""));
+}
 
 std::string tiles(const Runs &runs, const Figures &figures) {
     std::string content;
@@ -89,12 +141,10 @@ std::string tiles(const Runs &runs, const Figures &figures) {
                                                        " of the whole period's use") +
                   tile(power(figures.reducedWatt()),
                        "less in event hours, " + percentText(figures.reducedPercent())) +
-                  tile(energy(figures.cameBackKwh),
-                       "came back within " + std::to_string(kAfterMinutes / 60) + " hours after, " +
-                           percentText(figures.cameBackPercent()) + " of what was put off");
+                  cameBackTile(figures);
     }
     content += tile(celsius(figures.fridgeWith) + " / " + celsius(figures.freezerWith),
-                    "warmest hour of the food, fridge / freezer");
+                    "the food's warmest hour, fridge / freezer");
     return tag("div", content, "tiles") + "\n";
 }
 
@@ -149,52 +199,108 @@ std::string dayCurveSection(const Runs &runs) {
              : "; the shaded hours are events. Without the programme means: the same refrigerator, "
                "household and seed, run again without any order.") +
         (runs.appliances > 1 ? " Sum of " + std::to_string(runs.appliances) + " appliances." : "");
-    return section(heading, hint, draw(chart));
+    return section(heading, hint, drawn(chart));
 }
 
-std::string figureRow(const std::string &what, const std::string &with, const std::string &without,
-                      const std::string &difference) {
-    return tag("tr", tag("td", escaped(what), "words") + tag("td", escaped(with)) +
-                         tag("td", escaped(without)) + tag("td", escaped(difference)));
+std::string savingSection(const Runs &runs, const Figures &figures) {
+    if (runs.events.empty())
+        return "";
+    const SavingSum sum = savingSum(figures);
+    std::string rows;
+    const auto add = [&](const std::string &what, const std::string &why, double kWh,
+                         const char *style) {
+        const std::string sign = *style == '\0' && kWh > 0 ? "+" : "";
+        rows += tag("tr",
+                    rowHeading(what) + tag("td", escaped(why), "words why") +
+                        tag("td", sign + number(kWh, sum.digits) + " kWh"),
+                    style);
+    };
+    const std::string hours = std::to_string(kAfterMinutes / 60);
+    add(sum.less >= 0 ? "Less in event hours" : "More in event hours",
+        "The same hours of both runs, with the programme and without.", sum.less, "");
+    add(sum.cameBack >= 0 ? "Came back" : "Less in the hours after",
+        "The " + hours + " hours after each event, or those until the next one.", -sum.cameBack,
+        "");
+    add(sum.later >= 0 ? "More in all other hours" : "Less in all other hours",
+        "The two runs never meet again exactly: compressor cycles have shifted, and defrosts come "
+        "earlier or later, or one more of them.",
+        -sum.later, "");
+    add("Saved", "", sum.saved, "total");
+    return section("How the saving adds up", "", "<table class=\"sum\">" + rows + "</table>");
+}
+
+/* Both runs side by side; without events there is but one. */
+class FigureTable {
+public:
+    explicit FigureTable(bool isComparison) : isComparison_(isComparison) {
+        if (isComparison)
+            rows_ = tag("thead", tag("tr", tag("th", "") + tag("th", "with the programme") +
+                                               tag("th", "without") + tag("th", "difference")));
+    }
+    void add(const std::string &what, double with, double without, int digits) {
+        row(what, number(with, digits), number(without, digits), number(with - without, digits));
+    }
+    void addOnlyWith(const std::string &what, double with, int digits) {
+        row(what, number(with, digits), "", "");
+    }
+    [[nodiscard]] std::string html() const {
+        return "<table class=\"stacked\">" + rows_ + "</table>";
+    }
+
+private:
+    void row(const std::string &what, const std::string &with, const std::string &without,
+             const std::string &difference) {
+        rows_ += tag("tr", rowHeading(what) + tag("td", with) +
+                               (isComparison_ ? tag("td", without) + tag("td", difference) : ""));
+    }
+
+    bool isComparison_;
+    std::string rows_;
+};
+
+/* The rows on the average event's return, and what the reader must know of them. */
+std::string addReturnRows(const Runs &runs, const Figures &figures, FigureTable &table) {
+    const std::string hours = std::to_string(kAfterMinutes / 60) + " hours after an event";
+    table.add("Highest quarter of an hour in the " + hours + ", W", figures.returnPeakWatt,
+              figures.returnPeakWithoutWatt, 1);
+    table.add("The same, against the mean of these hours without, W", figures.returnPeakWatt,
+              figures.returnSteadyWatt, 1);
+    if (figures.returnPeakNoSpreadWatt)
+        table.add("All appliances returning at once, against that mean, W",
+                  *figures.returnPeakNoSpreadWatt, figures.returnSteadyWatt, 1);
+    const std::string events = figures.returnEvents == 1
+                                   ? "the one event"
+                                   : "the " + std::to_string(figures.returnEvents) + " events";
+    return "The " + hours + " are those of the average event, over " + events +
+           " that no other follows so soon." +
+           (runs.appliances == 1 ? " Over few events of one refrigerator that peak is a compressor "
+                                   "cycle or a defrost."
+                                 : "");
 }
 
 std::string figuresSection(const Runs &runs, const Figures &figures) {
-    const bool hasEvents = !runs.events.empty();
-    std::string rows = tag("tr", tag("th", "") + tag("th", "with the programme") +
-                                     tag("th", "without") + tag("th", "difference"));
-    const auto add = [&](const std::string &what, double with, double without, int digits,
-                         const std::string &unit) {
-        rows +=
-            figureRow(what, number(with, digits) + " " + unit, number(without, digits) + " " + unit,
-                      number(with - without, digits) + " " + unit);
-    };
-    add("Energy", figures.withKwh, figures.withoutKwh, 2, "kWh");
-    add("Energy a day", figures.withKwh / figures.days, figures.withoutKwh / figures.days, 3,
-        "kWh");
-    if (hasEvents) {
-        add("Mean power in event hours (" + number(figures.eventHours, 1) + " h)",
-            figures.eventWithWatt, figures.eventWithoutWatt, 1, "W");
-        rows += figureRow("Energy put off in event hours", "", "",
-                          number(-figures.reducedKwh, 2) + " kWh");
-        rows += figureRow("Energy in the hours after (" + number(figures.afterHours, 1) + " h)", "",
-                          "", number(figures.cameBackKwh, 2) + " kWh");
-        rows += figureRow("Highest quarter of an hour of the average return",
-                          number(figures.returnPeakWatt, 1) + " W",
-                          "mean " + number(figures.returnSteadyWatt, 1) + " W",
-                          number(figures.returnPeakWatt - figures.returnSteadyWatt, 1) + " W");
-        if (figures.returnPeakNoSpreadWatt)
-            rows += figureRow(
-                "The same, all appliances returning at once",
-                number(*figures.returnPeakNoSpreadWatt, 1) + " W",
-                "mean " + number(figures.returnSteadyWatt, 1) + " W",
-                number(*figures.returnPeakNoSpreadWatt - figures.returnSteadyWatt, 1) + " W");
+    FigureTable table(!runs.events.empty());
+    std::string hint;
+    table.add("Energy, kWh", figures.withKwh, figures.withoutKwh, 2);
+    table.add("Energy a day, kWh", figures.withKwh / figures.days,
+              figures.withoutKwh / figures.days, 3);
+    if (!runs.events.empty())
+        table.add("Mean power in event hours (" + number(figures.eventHours, 1) + " h), W",
+                  figures.eventWithWatt, figures.eventWithoutWatt, 1);
+    if (figures.returnEvents > 0)
+        hint = addReturnRows(runs, figures, table);
+    table.add("Highest quarter of an hour of the period, W", figures.peakWithWatt,
+              figures.peakWithoutWatt, 0);
+    table.add("The food's warmest hour, fridge, °C", figures.fridgeWith, figures.fridgeWithout, 1);
+    table.add("The food's warmest hour, freezer, °C", figures.freezerWith, figures.freezerWithout,
+              1);
+    if (runs.appliances == 1) {
+        table.add("Defrosts", figures.defrostsWith, figures.defrostsWithout, 0);
+        table.add("Time in which defrosts were held back, h", figures.heldHoursWith,
+                  figures.heldHoursWithout, 1);
     }
-    add("Highest quarter of an hour", figures.peakWithWatt, figures.peakWithoutWatt, 0, "W");
-    add("Warmest hour of the fridge's food", figures.fridgeWith, figures.fridgeWithout, 1, "°C");
-    add("Warmest hour of the freezer's food", figures.freezerWith, figures.freezerWithout, 1, "°C");
-    rows += figureRow("Posted to the metering service", number(figures.reportedKwh, 2) + " kWh", "",
-                      number(figures.reportedKwh - figures.withKwh, 2) + " kWh");
-    return section("Energy and peaks", "", tag("div", tag("table", rows), "scroll"));
+    table.addOnlyWith("Posted to the metering service, kWh", figures.reportedKwh, 2);
+    return section("Energy and peaks", hint, table.html());
 }
 
 /* Where a month, or with few days a day, begins. */
@@ -232,7 +338,7 @@ std::string heatSection(const Runs &runs, const std::vector<DayRow> &days) {
     return section("The hours of the period",
                    "Mean power of each hour with the programme: days from left to right, hours of "
                    "the day from top to bottom, in local time.",
-                   draw(map));
+                   scrolling("Heat map of the hours", draw(map)));
 }
 
 std::string foodChart(const std::string &name, const std::vector<DayRow> &with,
@@ -255,7 +361,7 @@ std::string foodChart(const std::string &name, const std::vector<DayRow> &with,
         chart.series.push_back({name + ", with the programme", "with", values(with)});
     chart.ticks = dayTicks(with);
     chart.limits.push_back(limit);
-    return draw(chart);
+    return drawn(chart);
 }
 
 /* A short period is shown hour by hour. */
@@ -284,7 +390,7 @@ std::string foodHours(const std::string &name, const std::vector<HourRow> &hours
     if (hasEvents)
         chart.series.push_back(withSeries);
     chart.limits.push_back(limit);
-    return draw(chart);
+    return drawn(chart);
 }
 
 std::string foodSection(const Runs &runs, const std::vector<DayRow> &with) {
@@ -309,7 +415,9 @@ std::string foodSection(const Runs &runs, const std::vector<DayRow> &with) {
     }
     return section("Food temperatures",
                    std::string(isShort ? "Mean of each hour" : "Warmest hour of each day") +
-                       (runs.appliances > 1 ? ", of the warmest appliance." : "."),
+                       (runs.appliances > 1 ? ", of the warmest appliance." : ".") +
+                       " The food's warmest hour, here and above, is the highest mean of an hour: "
+                       "food is slow, and a minute at an open door does not spoil it.",
                    charts);
 }
 
@@ -324,10 +432,13 @@ std::string eventRow(const PlannedEvent &event, const EventFigures &figures, con
                   0) +
                   " s";
     std::string row;
-    row += tag("td",
-               localText(event.startMs).substr(0, 16) + "–" + localText(event.endMs).substr(11, 5));
+    const std::string start = localText(event.startMs);
+    row +=
+        tag("td", tag("span", start.substr(0, 10), "whole") + " " +
+                      tag("span", start.substr(11, 5) + "–" + localText(event.endMs).substr(11, 5),
+                          "whole"));
     if (showsProgramme)
-        row += tag("td", escaped(event.programme), "left");
+        row += tag("td", escaped(event.programme), "words");
     row += tag("td", std::to_string(event.level));
     row += tag("td", number(figures.withoutWatt, 0));
     row += tag("td", number(figures.withWatt, 0));
@@ -350,8 +461,8 @@ std::string eventsSection(const Runs &runs, const Figures &figures) {
     if (showsProgramme)
         headings += tag("th", "programme", "left");
     for (const char *heading :
-         {"level", "without<br>W", "with<br>W", "less<br>W", "came back<br>Wh", "fridge<br>max °C",
-          "freezer<br>max °C", "confirmed<br>after"})
+         {"level", "without<br>W", "with<br>W", "less<br>W", "came back<br>Wh",
+          "fridge,<br>warmest<br>hour °C", "freezer,<br>warmest<br>hour °C", "confirmed<br>after"})
         headings += tag("th", heading);
     headings += tag("th", "outcome", "left");
     std::string rows = tag("thead", tag("tr", headings));
@@ -359,51 +470,81 @@ std::string eventsSection(const Runs &runs, const Figures &figures) {
         rows += eventRow(runs.events[i], figures.events[i], runs.with.fates[i], showsProgramme);
     std::string hint =
         "A single event depends on where the compressor's cycle happens to be; the average over "
-        "all events is what counts. Food is followed until " +
+        "all events is what counts. What came back and the food are followed until " +
         std::to_string(kAfterMinutes / 60) + " hours after the event.";
     if (runs.appliances > 1)
         hint += " Outcomes are those of the first appliance.";
     if (runs.events.size() > kMostRows)
         hint += " The first " + std::to_string(kMostRows) + " are shown; events.csv has all.";
-    return section("Event by event", hint, tag("div", tag("table", rows), "scroll"), "long");
+    return section("Event by event", hint,
+                   scrolling("Event by event", tag("table", rows), "pinned"), "long");
 }
 
-std::string noteRows(const std::vector<Note> &notes, bool onlyTrouble) {
+bool isTrouble(const Note &note) { return note.isRefusal || note.kind == NoteKind::Fault; }
+
+/* A request that is repeated differs in how much is left of its event. */
+bool sameButForNumbers(const Note &a, const Note &b) {
+    const auto words = [](std::string text) {
+        std::erase_if(text, [](char c) { return (c >= '0' && c <= '9') || c == ':'; });
+        return text;
+    };
+    return a.kind == b.kind && a.isRefusal == b.isRefusal && words(a.text) == words(b.text);
+}
+
+std::string noteRow(const Note &note, const std::string &more) {
     static constexpr const char *kKinds[] = {"operator", "service → Micom", "service → operator",
                                              "fault", "service"};
-    std::string rows =
-        tag("tr", tag("th", "local time") + tag("th", "who", "left") + tag("th", "what", "left"));
+    return tag("tr",
+               tag("td", tag("span", localText(note.atMs), "whole")) +
+                   tag("td", tag("span", kKinds[static_cast<int>(note.kind)], "whole"), "left") +
+                   tag("td", escaped(note.text + more), "words"),
+               note.isRefusal ? "bad" : "");
+}
+
+std::string noteTable(const std::string &rows) {
+    return "<table class=\"notes\">" +
+           tag("thead", tag("tr", tag("th", "local time") + tag("th", "who", "left") +
+                                      tag("th", "what", "left"))) +
+           rows + "</table>";
+}
+
+/* What repeats itself is told once. */
+std::string troubleTable(const std::vector<Note> &all) {
+    std::vector<Note> notes;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(notes), isTrouble);
+    std::string rows;
     std::size_t count = 0;
-    for (const Note &note : notes) {
-        const bool isTrouble = note.isRefusal || note.kind == NoteKind::Fault;
-        if (onlyTrouble && !isTrouble)
-            continue;
-        if (++count > kMostRows)
-            break;
-        rows += tag("tr",
-                    tag("td", localText(note.atMs)) +
-                        tag("td", kKinds[static_cast<int>(note.kind)], "left") +
-                        tag("td", escaped(note.text), "words"),
-                    note.isRefusal ? "bad" : "");
+    for (std::size_t i = 0; i < notes.size() && count < kMostRows; ++count) {
+        std::size_t end = i + 1;
+        while (end < notes.size() && sameButForNumbers(notes[i], notes[end]))
+            ++end;
+        rows += noteRow(notes[i], end == i + 1 ? ""
+                                               : ", " + std::to_string(end - i) + " times until " +
+                                                     localText(notes[end - 1].atMs).substr(11));
+        i = end;
     }
-    return tag("div", tag("table", rows), "scroll");
+    return noteTable(rows);
+}
+
+std::string wholeTable(const std::vector<Note> &notes) {
+    std::string rows;
+    for (std::size_t i = 0; i < std::min(notes.size(), kMostRows); ++i)
+        rows += noteRow(notes[i], "");
+    return noteTable(rows);
 }
 
 std::string talkSection(const Runs &runs) {
     const RunResult &run = runs.with;
-    const std::string hint = std::to_string(run.requests) + " requests of the operator, " +
-                             std::to_string(run.refusals) + " of them refused or not delivered; " +
-                             std::to_string(run.commands) +
-                             " texts to the Micom, repeats included; " + std::to_string(run.posts) +
-                             " posts to the metering service; " + std::to_string(run.lives) +
-                             (run.lives == 1 ? " life" : " lives") + " of the service." +
+    const std::string hint = countOf(run.requests, "request") + " of the operator, " +
+                             std::to_string(run.refusals) + " refused or not delivered; " +
+                             countOf(run.commands, "text") + " to the Micom, repeats included; " +
+                             countOf(run.posts, "post") + " to the metering service; " +
+                             std::to_string(run.lives) + (run.lives == 1 ? " life" : " lives") +
+                             " of the service." +
                              (runs.appliances > 1 ? " All of the first appliance." : "");
-    const bool hasTrouble = std::any_of(run.notes.begin(), run.notes.end(), [](const Note &note) {
-        return note.isRefusal || note.kind == NoteKind::Fault;
-    });
     std::string content;
-    if (hasTrouble)
-        content += tag("h3", "Faults and refusals") + noteRows(run.notes, true);
+    if (std::any_of(run.notes.begin(), run.notes.end(), isTrouble))
+        content += tag("h3", "Faults and refusals") + troubleTable(run.notes);
     else
         content += tag("p", "Nothing was refused and nothing failed.");
     const std::size_t shown = std::min(run.notes.size(), kMostRows);
@@ -413,7 +554,7 @@ std::string talkSection(const Runs &runs) {
                                                ? ", the first " + std::to_string(shown) + " of " +
                                                      std::to_string(run.notes.size())
                                                : std::string())) +
-                           noteRows(run.notes, false));
+                           wholeTable(run.notes));
     return section("Commands and refusals", hint, content, "long");
 }
 
@@ -423,7 +564,7 @@ std::string seedsSection(const std::vector<SeedLine> &seeds) {
     std::string rows =
         tag("tr", tag("th", "seed") + tag("th", "saved kWh") + tag("th", "saved %") +
                       tag("th", "less in event hours W") + tag("th", "came back kWh") +
-                      tag("th", "fridge max °C") + tag("th", "freezer max °C"));
+                      tag("th", "fridge, warmest hour °C") + tag("th", "freezer, warmest hour °C"));
     double mean = 0;
     double square = 0;
     for (const SeedLine &seed : seeds) {
@@ -441,7 +582,7 @@ std::string seedsSection(const std::vector<SeedLine> &seeds) {
                    "The same scenario with other seeds: other days, other doors. Saved " +
                        number(mean, 2) + " kWh on average, with a spread (standard deviation) of " +
                        number(spread, 2) + " kWh. The rest of the page is about the first seed.",
-                   tag("div", tag("table", rows), "scroll"), "long");
+                   scrolling("Other households", tag("table", rows), "pinned"), "long");
 }
 
 } // namespace
@@ -471,6 +612,7 @@ std::string html(const Runs &runs, const Figures &figures, const std::vector<See
     page += tag("section", sentences, "answer") + "\n";
     page += tiles(runs, figures);
     page += missedSection(unmet(runs, figures));
+    page += savingSection(runs, figures);
     page += dayCurveSection(runs);
     page += figuresSection(runs, figures);
     page += seedsSection(seeds);

@@ -3,6 +3,7 @@
 #define CORVANE_LAB_NUMBERS_H
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -24,6 +25,11 @@ inline std::string power(double watt) {
 
 inline std::string energy(double kWh) {
     return number(kWh, std::abs(kWh) >= 1000 ? 0 : std::abs(kWh) >= 100 ? 1 : 2) + " kWh";
+}
+
+/* "1 event", "2 events". */
+inline std::string countOf(std::int64_t count, const std::string &one) {
+    return std::to_string(count) + " " + one + (count == 1 ? "" : "s");
 }
 
 inline std::string celsius(double value) { return number(value, 1) + " °C"; }

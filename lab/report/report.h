@@ -28,6 +28,16 @@ struct SeedLine {
     double fridgeFood = 0, freezerFood = 0;
 };
 
+/* How the saving comes about, in kWh rounded as they are shown: saved = less - cameBack - later. */
+struct SavingSum {
+    double less = 0;     // in event hours
+    double cameBack = 0; // in the hours after
+    double later = 0;    // more than without in all other hours
+    double saved = 0;
+    int digits = 2;
+};
+[[nodiscard]] SavingSum savingSum(const Figures &figures);
+
 /* The answer, most important sentence first. Plain text. */
 [[nodiscard]] std::vector<std::string> answer(const Runs &runs, const Figures &figures);
 

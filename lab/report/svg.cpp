@@ -14,9 +14,15 @@ namespace corvane::lab {
 namespace {
 
 constexpr double kWidth = 960;
+constexpr double kNarrowWidth = 360;
+constexpr double kNarrowHeight = 230;
 constexpr double kLeft = 58;
+constexpr double kNarrowLeft = 42;
+constexpr double kTickRoom = 56; // a month's text
 constexpr double kRight = 24;
 constexpr int kShades = 7;
+constexpr double kShadeWidth = 44;
+constexpr double kShadeNote = 110;
 
 std::string at(double value) { return number(value, 1); }
 
@@ -30,9 +36,10 @@ std::string line(double x1, double y1, double x2, double y2, const std::string &
            at(y2) + "\" class=\"" + style + "\"/>";
 }
 
-std::string opening(double height, const std::string &title) {
-    return "<svg viewBox=\"0 0 " + at(kWidth) + " " + at(height) + "\" role=\"img\" aria-label=\"" +
-           escaped(title) + "\">";
+std::string opening(double width, double height, const std::string &style,
+                    const std::string &title) {
+    return "<svg viewBox=\"0 0 " + at(width) + " " + at(height) + "\" class=\"" + style +
+           "\" role=\"img\" aria-label=\"" + escaped(title) + "\">";
 }
 
 int digitsFor(double step) { return step >= 1 ? 0 : step >= 0.1 ? 1 : 2; }
@@ -78,7 +85,11 @@ std::vector<double> roundValues(double lowest, double highest, int about) {
     return values;
 }
 
-std::string draw(const LineChart &chart) {
+std::string draw(const LineChart &chart, Format format) {
+    const bool isWide = format == Format::Wide;
+    const double width = isWide ? kWidth : kNarrowWidth;
+    const double height = isWide ? chart.height : kNarrowHeight;
+    const double left = isWide ? kLeft : kNarrowLeft;
     double lowest = chart.fromZero ? 0 : 1e9;
     double highest = chart.fromZero ? 1e-6 : -1e9;
     std::size_t steps = 1;
@@ -95,18 +106,18 @@ std::string draw(const LineChart &chart) {
         highest = std::max(highest, limit.y);
     }
     const std::vector<double> levels = roundValues(lowest, highest);
-    const double top = 30;
-    const double bottom = chart.height - 42;
-    const double right = kWidth - kRight;
+    const double top = 26;
+    const double bottom = height - 42;
+    const double right = width - kRight;
     const auto x = [&](double step) {
-        return kLeft + (right - kLeft) * step / static_cast<double>(steps);
+        return left + (right - left) * step / static_cast<double>(steps);
     };
     const auto y = [&](double value) {
         return bottom -
                (bottom - top) * (value - levels.front()) / (levels.back() - levels.front());
     };
 
-    std::string svg = opening(chart.height, chart.title);
+    std::string svg = opening(width, height, isWide ? "wide" : "narrow", chart.title);
     for (std::size_t i = 0; i < chart.bands.size(); ++i) {
         const Band &band = chart.bands[i];
         svg += "<rect x=\"" + at(x(band.begin)) + "\" y=\"" + at(top) + "\" width=\"" +
@@ -118,18 +129,22 @@ std::string draw(const LineChart &chart) {
     }
     const int digits = digitsFor(levels[1] - levels[0]);
     for (const double level : levels) {
-        svg += line(kLeft, y(level), right, y(level), "grid");
-        svg += text(kLeft - 8, y(level) + 4, "end", number(level, digits));
+        svg += line(left, y(level), right, y(level), "grid");
+        svg += text(left - 8, y(level) + 4, "end", number(level, digits));
     }
-    svg += text(kLeft - 8, top - 14, "end strong", chart.unit);
+    svg += text(left - 8, top - 14, "end strong", chart.unit);
+    double lastTick = -kTickRoom;
     for (const Tick &tick : chart.ticks) {
+        if (x(tick.x) - lastTick < kTickRoom)
+            continue;
+        lastTick = x(tick.x);
         svg += line(x(tick.x), bottom, x(tick.x), bottom + 5, "axis");
         svg += text(x(tick.x), bottom + 19, "middle", tick.text);
     }
-    svg += line(kLeft, bottom, right, bottom, "axis");
+    svg += line(left, bottom, right, bottom, "axis");
     svg += text(right, bottom + 36, "end", chart.xTitle);
     for (const Limit &limit : chart.limits) {
-        svg += line(kLeft, y(limit.y), right, y(limit.y), "limit");
+        svg += line(left, y(limit.y), right, y(limit.y), "limit");
         svg += text(right - 4, y(limit.y) - 5, "end limit-text", limit.text);
     }
     const double shift = chart.areCentred ? 0.5 : 0;
@@ -147,12 +162,6 @@ std::string draw(const LineChart &chart) {
         }
         svg += "<path d=\"" + path + "\" class=\"line " + series.style + "\"/>";
     }
-    double legend = kLeft;
-    for (const Series &series : chart.series) {
-        svg += line(legend, top - 18, legend + 26, top - 18, "line " + series.style);
-        svg += text(legend + 33, top - 14, "", series.name);
-        legend += 33 + 7.2 * static_cast<double>(series.name.size()) + 26;
-    }
     return svg + "</svg>";
 }
 
@@ -160,8 +169,8 @@ std::string draw(const HeatMap &map) {
     constexpr double kTop = 8;
     constexpr double kRow = 11;
     constexpr double kBottom = kTop + 24 * kRow;
-    const double width =
-        std::min(64.0, (kWidth - kLeft - kRight) / static_cast<double>(map.columns.size()));
+    const auto days = static_cast<double>(map.columns.size());
+    const double width = std::min(64.0, (kWidth - kLeft - kRight) / days);
     // The few highest hours (defrosts) share the last shade, or all others would look alike.
     std::vector<double> values;
     for (const auto &column : map.columns)
@@ -184,7 +193,11 @@ std::string draw(const HeatMap &map) {
                                 at(kTop + static_cast<double>(hour) * kRow) + "h" + at(width) +
                                 "v" + at(kRow) + "h-" + at(width) + "z";
         }
-    std::string svg = opening(kBottom + 78, map.title);
+    // Few days are drawn no larger than many.
+    const double widest = std::max(days * width, kShades * kShadeWidth + kShadeNote);
+    std::string svg = opening(kLeft + widest + kRight, kBottom + 78, "heat", map.title);
+    svg.insert(svg.size() - 1,
+               " style=\"max-width:" + at(1.2 * (kLeft + widest + kRight)) + "px\"");
     for (std::size_t shade = 0; shade < kShades; ++shade)
         svg +=
             "<path d=\"" + shades.at(shade) + "\" class=\"shade" + std::to_string(shade) + "\"/>";
@@ -195,12 +208,12 @@ std::string draw(const HeatMap &map) {
         svg += text(kLeft + tick.x * width, kBottom + 18, "", tick.text);
     const double legend = kBottom + 42;
     for (int shade = 0; shade < kShades; ++shade) { // labelled with where it begins
-        const double x = kLeft + shade * 64;
-        svg += "<rect x=\"" + at(x) + "\" y=\"" + at(legend) +
-               "\" width=\"64.0\" height=\"11.0\" class=\"shade" + std::to_string(shade) + "\"/>";
+        const double x = kLeft + shade * kShadeWidth;
+        svg += "<rect x=\"" + at(x) + "\" y=\"" + at(legend) + "\" width=\"" + at(kShadeWidth) +
+               "\" height=\"11.0\" class=\"shade" + std::to_string(shade) + "\"/>";
         svg += text(x, legend + 25, "", number(lowest + shade * step, digitsFor(step / 2)));
     }
-    svg += text(kLeft + kShades * 64 + 6, legend + 10, "", "and more, " + map.unit);
+    svg += text(kLeft + kShades * kShadeWidth + 6, legend + 10, "", "and more, " + map.unit);
     return svg + "</svg>";
 }
 

@@ -1,7 +1,8 @@
 /*
  * Drawings as inline SVG: a line chart and a heat map. They take their colours from classes of the
  * page, so that one drawing serves light, dark and paper. Sizes are in the drawing's own units,
- * which the page scales.
+ * which the page scales; so a line chart is drawn twice, wide and for a phone, and the page shows
+ * the one that is readable there.
  */
 #ifndef CORVANE_LAB_SVG_H
 #define CORVANE_LAB_SVG_H
@@ -47,7 +48,8 @@ struct LineChart {
     std::string bandText;
     std::vector<Limit> limits;
 };
-[[nodiscard]] std::string draw(const LineChart &chart);
+enum class Format { Wide, Narrow };
+[[nodiscard]] std::string draw(const LineChart &chart, Format format);
 
 /* Columns are days, rows are hours, from midnight at the top. NaN: no such hour. */
 struct HeatMap {

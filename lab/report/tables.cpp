@@ -58,10 +58,11 @@ constexpr Compared kCompared[] = {
     {"reducedWatt", "less in event hours", "W", 1},
     {"reducedPercent", "less in event hours", "%", 1},
     {"cameBackKwh", "came back after", "kWh", 2},
+    {"laterKwh", "more in all other hours", "kWh", 2},
     {"returnPeakWatt", "peak of the average return", "W", 1},
     {"peakWatt", "highest quarter of an hour", "W", 0},
-    {"fridgeFoodCelsius", "warmest food, fridge", "°C", 1},
-    {"freezerFoodCelsius", "warmest food, freezer", "°C", 1},
+    {"fridgeFoodCelsius", "food's warmest hour, fridge", "°C", 1},
+    {"freezerFoodCelsius", "food's warmest hour, freezer", "°C", 1},
     {"requests", "requests", "", 0},
     {"refusals", "refused or not delivered", "", 0},
     {"lives", "lives of the service", "", 0},
@@ -80,7 +81,8 @@ std::string padded(const std::string &text, std::size_t width, bool right) {
 std::string eventsCsv(const Runs &runs, const Figures &figures) {
     std::string csv = "programme,level,start_local,end_local,start_utc,ordered_local,attempts,"
                       "commanded_local,confirmed_local,ended_local,outcome,with_w,without_w,"
-                      "reduced_w,came_back_kwh,fridge_food_max_c,freezer_food_max_c\n";
+                      "reduced_w,came_back_kwh,fridge_food_warmest_hour_c,"
+                      "freezer_food_warmest_hour_c\n";
     for (std::size_t i = 0; i < runs.events.size(); ++i) {
         const PlannedEvent &event = runs.events[i];
         const EventFate &fate = runs.with.fates[i];
@@ -135,7 +137,10 @@ std::string figuresJson(const Runs &runs, const Figures &figures) {
     json["reducedPercent"] = figures.reducedPercent();
     json["reducedKwh"] = figures.reducedKwh;
     json["cameBackKwh"] = figures.cameBackKwh;
+    json["laterKwh"] = figures.laterKwh;
+    json["returnEvents"] = figures.returnEvents;
     json["returnPeakWatt"] = figures.returnPeakWatt;
+    json["returnPeakWithoutWatt"] = figures.returnPeakWithoutWatt;
     json["returnSteadyWatt"] = figures.returnSteadyWatt;
     if (figures.returnPeakNoSpreadWatt)
         json["returnPeakNoSpreadWatt"] = *figures.returnPeakNoSpreadWatt;

@@ -5,16 +5,13 @@
 
 #include "numbers.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace corvane::lab {
 namespace {
 
 std::string percent(double value) { return number(value, std::abs(value) < 10 ? 1 : 0) + " %"; }
-
-std::string countOf(std::int64_t count, const std::string &one) {
-    return std::to_string(count) + " " + one + (count == 1 ? "" : "s");
-}
 
 std::string hours(double value) {
     return number(value, std::abs(value - std::round(value)) < 0.05 ? 0 : 1) + " hours";
@@ -32,8 +29,7 @@ std::string reduced(double watt) {
 }
 
 std::string savedSentence(const Runs &runs, const Figures &figures) {
-    const std::string events =
-        std::to_string(runs.events.size()) + (runs.events.size() == 1 ? " event" : " events");
+    const std::string events = countOf(static_cast<std::int64_t>(runs.events.size()), "event");
     const std::string of = " of " + energy(figures.withoutKwh) + " that " + whoDraws(runs) +
                            (runs.appliances == 1 ? " uses" : " use") + " without the programme (" +
                            percent(std::abs(figures.savedPercent())) + ")";
@@ -51,39 +47,79 @@ std::string reducedSentence(const Runs &runs, const Figures &figures) {
            ", " + energy(std::abs(figures.reducedKwh)) + " in all.";
 }
 
-std::string returnSentence(const Figures &figures) {
-    std::string text = "In the hours after, up to " + std::to_string(kAfterMinutes / 60) + ", ";
-    text += figures.cameBackKwh >= 0
-                ? energy(figures.cameBackKwh) + " of it came back (" +
-                      percent(figures.cameBackPercent()) + ")"
-                : "nothing came back; another " + energy(-figures.cameBackKwh) + " were saved";
-    if (figures.returnPeakWatt > 0)
-        text += "; the average return had its highest quarter of an hour at " +
-                power(figures.returnPeakWatt) + ", against a mean of " +
-                power(figures.returnSteadyWatt) + " without the programme";
+/* " − 0.87 kWh that came back", or with a plus what was saved on. */
+std::string term(double costs, int digits, const std::string &more, const std::string &less) {
+    if (costs == 0)
+        return "";
+    return (costs >= 0 ? " − " : " + ") + number(std::abs(costs), digits) + " kWh " +
+           (costs >= 0 ? more : less);
+}
+
+std::string sumSentence(const Figures &figures) {
+    const SavingSum sum = savingSum(figures);
+    return "The sum: " + number(sum.less, sum.digits) + " kWh less in event hours" +
+           term(sum.cameBack, sum.digits, "that came back", "less in the hours after") +
+           term(sum.later, sum.digits, "more in all other hours", "less in all other hours") +
+           " = " + number(sum.saved, sum.digits) + " kWh saved.";
+}
+
+std::string cameBackSentence(const Figures &figures) {
+    const std::string when = "In the " + std::to_string(kAfterMinutes / 60) +
+                             " hours after an event, or until the next one, ";
+    if (figures.cameBackKwh < 0)
+        return when + "nothing came back; another " + energy(-figures.cameBackKwh) + " were saved.";
+    return when + energy(figures.cameBackKwh) + " came back" +
+           (figures.reducedKwh > 0 ? " (" + percent(figures.cameBackPercent()) + ")" : "") + ".";
+}
+
+std::string returnSentence(const Runs &runs, const Figures &figures) {
+    const std::string of = figures.returnEvents > 1  ? "After an average event"
+                           : runs.events.size() == 1 ? "After the event"
+                                                     : "After the one event that no other follows";
+    std::string text = of + " the highest quarter of an hour was " + power(figures.returnPeakWatt);
     if (figures.returnPeakNoSpreadWatt)
-        text += ", and at " + power(*figures.returnPeakNoSpreadWatt) +
-                " when all appliances return at once";
-    return text + ".";
+        text += ", and would be " + power(*figures.returnPeakNoSpreadWatt) +
+                " if all appliances returned at once";
+    return text + "; without the programme the same hours have " +
+           power(figures.returnPeakWithoutWatt) + " at most and " +
+           power(figures.returnSteadyWatt) + " on average.";
 }
 
 std::string foodSentence(const Figures &figures) {
-    return "The warmest hour of the food was " + celsius(figures.fridgeWith) +
-           " in the fridge (without the programme " + celsius(figures.fridgeWithout) + ") and " +
-           celsius(figures.freezerWith) + " in the freezer (" + celsius(figures.freezerWithout) +
-           ").";
+    return "The food's warmest hour (highest mean of 60 minutes) was " +
+           celsius(figures.fridgeWith) + " in the fridge (without the programme " +
+           celsius(figures.fridgeWithout) + ") and " + celsius(figures.freezerWith) +
+           " in the freezer (" + celsius(figures.freezerWithout) + ").";
 }
 
-std::string eventSentence(const Runs &runs) {
+std::string eventSentence(const Runs &runs, const Figures &figures) {
     std::string text = std::to_string(runs.confirmedEvents) + " of " +
                        countOf(runs.plannedEvents, "ordered event") + " " +
                        (runs.plannedEvents == 1 ? "was" : "were") + " confirmed by the appliance";
     if (runs.refusedEvents > 0)
         text += ", " + std::to_string(runs.refusedEvents) + " refused";
+    const auto early =
+        std::count_if(figures.events.begin(), figures.events.end(), [](const EventFigures &event) {
+            return event.outcome == "confirmed, ended early";
+        });
+    if (early > 0 && runs.appliances == 1)
+        text += ", " + std::to_string(early) + " ended early";
     return text + ".";
 }
 
 } // namespace
+
+SavingSum savingSum(const Figures &figures) {
+    SavingSum sum;
+    sum.digits = figures.withoutKwh < 10'000 ? 2 : 0;
+    const auto rounded = [&](double kWh) { return std::stod(number(kWh, sum.digits)); };
+    sum.less = rounded(figures.reducedKwh);
+    sum.cameBack = rounded(figures.cameBackKwh);
+    sum.saved = rounded(figures.savedKwh());
+    // What rounding leaves goes where nobody looks for the last digit.
+    sum.later = rounded(sum.less - sum.cameBack - sum.saved);
+    return sum;
+}
 
 std::vector<std::string> answer(const Runs &runs, const Figures &figures) {
     if (runs.events.empty())
@@ -91,10 +127,16 @@ std::vector<std::string> answer(const Runs &runs, const Figures &figures) {
                     " in " + number(figures.days, 0) + " days, " +
                     energy(figures.withKwh / figures.days * 365) + " a year.",
                 "The highest quarter of an hour was " + power(figures.peakWithWatt) + ".",
-                "The warmest hour of the food was " + celsius(figures.fridgeWith) +
-                    " in the fridge and " + celsius(figures.freezerWith) + " in the freezer."};
-    return {savedSentence(runs, figures), reducedSentence(runs, figures), returnSentence(figures),
-            foodSentence(figures), eventSentence(runs)};
+                "The food's warmest hour (highest mean of 60 minutes) was " +
+                    celsius(figures.fridgeWith) + " in the fridge and " +
+                    celsius(figures.freezerWith) + " in the freezer."};
+    std::vector<std::string> sentences{savedSentence(runs, figures), reducedSentence(runs, figures),
+                                       cameBackSentence(figures), sumSentence(figures)};
+    if (figures.returnEvents > 0)
+        sentences.push_back(returnSentence(runs, figures));
+    sentences.push_back(foodSentence(figures));
+    sentences.push_back(eventSentence(runs, figures));
+    return sentences;
 }
 
 std::string summary(const Runs &runs, const Figures &figures, const std::vector<SeedLine> &seeds,

@@ -40,11 +40,32 @@ TEST(Figures, WhatComesBackIsLookedForInTheHoursAfter) {
     EXPECT_NEAR(figures.cameBackPercent(), 50, 1e-6);
 }
 
+TEST(Figures, SavedIsLessInEventHoursMinusWhatCameBackMinusWhatDiffersElsewhere) {
+    Runs runs = madeUpRuns();
+    for (std::size_t minute = 100; minute < 160; ++minute)
+        runs.with.minutes[minute].watt = 130;
+    const Figures figures = figuresOf(runs);
+    EXPECT_NEAR(figures.laterKwh, 0.03, 1e-9);
+    EXPECT_NEAR(figures.savedKwh(), 0.09, 1e-9);
+    EXPECT_NEAR(figures.reducedKwh - figures.cameBackKwh - figures.laterKwh, figures.savedKwh(),
+                1e-9);
+}
+
 TEST(Figures, PeakOfTheReturnIsSetAgainstTheSteadyMean) {
     const Figures figures = figuresOf(madeUpRuns());
     EXPECT_NEAR(figures.returnPeakWatt, 160, 1e-6);
+    EXPECT_NEAR(figures.returnPeakWithoutWatt, 100, 1e-6);
     EXPECT_NEAR(figures.returnSteadyWatt, 100, 1e-6);
     EXPECT_FALSE(figures.returnPeakNoSpreadWatt);
+}
+
+TEST(Figures, ReturnIsThatOfTheEventsThatHaveSixHoursOfTheirOwn) {
+    EXPECT_EQ(figuresOf(madeUpRuns()).returnEvents, 1); // the second day ends four hours after
+    Runs runs = madeUpRuns();
+    runs.events.erase(runs.events.begin());
+    const Figures figures = figuresOf(runs);
+    EXPECT_EQ(figures.returnEvents, 0);
+    EXPECT_EQ(figures.returnPeakWatt, 0);
 }
 
 TEST(Figures, PeakIsTheHighestQuarterOfAnHourAndNotAMinute) {
@@ -60,6 +81,26 @@ TEST(Figures, WarmestFoodIsTheWarmestHour) {
     EXPECT_NEAR(figures.fridgeWith, 4, 1e-5);
     EXPECT_NEAR(figures.fridgeWithout, 3, 1e-5);
     EXPECT_NEAR(figures.freezerWith, -17, 1e-5);
+}
+
+TEST(Figures, WarmestFoodOfAnEventIsItsWarmestHourToo) {
+    Runs runs = madeUpRuns();
+    runs.with.minutes[19 * 60].fridgeFood = 9; // one minute of the first event
+    EXPECT_NEAR(figuresOf(runs).events[0].fridgeFood, 3.1, 1e-5);
+    EXPECT_NEAR(figuresOf(runs).fridgeWith, 4, 1e-5);
+}
+
+TEST(Figures, DefrostsAreCountedByTheirBegin) {
+    Runs runs = madeUpRuns();
+    for (const std::size_t begin : {100U, 700U})
+        for (std::size_t minute = begin; minute < begin + 30; ++minute)
+            runs.with.minutes[minute].defrostHeating = true;
+    for (std::size_t minute = 0; minute < 90; ++minute)
+        runs.with.minutes[minute].defrostHeld = true;
+    const Figures figures = figuresOf(runs);
+    EXPECT_EQ(figures.defrostsWith, 2);
+    EXPECT_EQ(figures.defrostsWithout, 0);
+    EXPECT_DOUBLE_EQ(figures.heldHoursWith, 1.5);
 }
 
 TEST(Figures, EventsThatOverlapCountTheirHoursOnce) {
@@ -83,8 +124,12 @@ TEST(Figures, OutcomeTellsWhatBecameOfAnOrder) {
     EventFate &fate = runs.with.fates[0];
     const auto outcome = [&] { return figuresOf(runs).events[0].outcome; };
     EXPECT_EQ(outcome(), "confirmed");
-    fate.endedMs = runs.events[0].endMs - 1;
+    fate.endedMs = runs.events[0].endMs - 1'000; // an order is in whole seconds
+    EXPECT_EQ(outcome(), "confirmed");
+    fate.endedMs = runs.events[0].endMs - 61'000;
     EXPECT_EQ(outcome(), "confirmed, ended early");
+    EXPECT_EQ(answer(runs, figuresOf(runs)).back(),
+              "2 of 2 ordered events were confirmed by the appliance, 1 ended early.");
     fate.endedMs = 0;
     EXPECT_EQ(outcome(), "confirmed, end not told");
     fate.replacedMs = runs.events[0].startMs + 1;
@@ -180,12 +225,43 @@ TEST(Answer, SaysWhatWasSavedReducedAndCameBack) {
                     "the programme (2.5 %).",
                     "In the 4 hours of events the refrigerator drew 40 W on average instead of 100 "
                     "W: 60 W or 0.060 kW (60 %) less, 0.24 kWh in all.",
-                    "In the hours after, up to 6, 0.12 kWh of it came back (50 %); the average "
-                    "return had its highest quarter of an hour at 160 W, against a mean of 100 W "
-                    "without the programme.",
-                    "The warmest hour of the food was 4.0 °C in the fridge (without the programme "
-                    "3.0 °C) and -17.0 °C in the freezer (-18.0 °C).",
+                    "In the 6 hours after an event, or until the next one, 0.12 kWh came back "
+                    "(50 %).",
+                    "The sum: 0.24 kWh less in event hours − 0.12 kWh that came back = 0.12 kWh "
+                    "saved.",
+                    "After the one event that no other follows the highest quarter of an hour was "
+                    "160 W; without the programme the same hours have 100 W at most and 100 W on "
+                    "average.",
+                    "The food's warmest hour (highest mean of 60 minutes) was 4.0 °C in the fridge "
+                    "(without the programme 3.0 °C) and -17.0 °C in the freezer (-18.0 °C).",
                     "2 of 2 ordered events were confirmed by the appliance."));
+}
+
+TEST(Answer, TellsASumInWhichNothingCameBack) {
+    Runs runs = madeUpRuns();
+    for (std::size_t i = 0; i < runs.with.minutes.size(); ++i)
+        if (runs.with.minutes[i].watt == 160)
+            runs.with.minutes[i].watt = 90;
+    runs.with.minutes[0].watt = 400;
+    const auto sentences = answer(runs, figuresOf(runs));
+    EXPECT_EQ(sentences[2], "In the 6 hours after an event, or until the next one, nothing came "
+                            "back; another 0.02 kWh were saved.");
+    EXPECT_EQ(sentences[3], "The sum: 0.24 kWh less in event hours + 0.02 kWh less in the hours "
+                            "after − 0.01 kWh more in all other hours = 0.25 kWh saved.");
+}
+
+TEST(SavingSum, AddsUpAsItIsShown) {
+    Runs runs = madeUpRuns();
+    for (int step = 0; step < 200; ++step) {
+        runs.with.minutes[static_cast<std::size_t>(step * 14)].watt += 37; // anywhere in both days
+        const Figures figures = figuresOf(runs);
+        const SavingSum sum = savingSum(figures);
+        EXPECT_NEAR(sum.less - sum.cameBack - sum.later, sum.saved, 1e-9);
+        EXPECT_NEAR(sum.less, figures.reducedKwh, 0.00501);
+        EXPECT_NEAR(sum.cameBack, figures.cameBackKwh, 0.00501);
+        EXPECT_NEAR(sum.saved, figures.savedKwh(), 0.00501);
+        EXPECT_NEAR(sum.later, figures.laterKwh, 0.01501);
+    }
 }
 
 TEST(Answer, OfAProgrammeThatCostsMoreSaysSo) {

@@ -1,6 +1,7 @@
 /*
  * The folder that a run leaves: tables, figures, page, and the comparison of two of them.
  */
+#include "in_temp_folder.h"
 #include "made_up_runs.h"
 
 #include <report.h>
@@ -18,21 +19,12 @@ using namespace corvane::lab;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class ReportFolder : public ::testing::Test {
+class ReportFolder : public InTempFolder {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/corvane-lab-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
-
     std::string write(const std::string &name, const Runs &runs) {
         writeFolder(folder_ + "/" + name, runs, figuresOf(runs), {}, {});
         return folder_ + "/" + name;
     }
-
-    std::string folder_;
 };
 
 std::string content(const std::string &file) {
@@ -96,6 +88,76 @@ TEST(ReportPage, BeginsWithTheAnswerAndNeedsNothingElse) {
     EXPECT_THAT(page, Not(HasSubstr("http")));
     EXPECT_THAT(page, Not(HasSubstr("nan")));
     EXPECT_THAT(page, Not(HasSubstr(">inf")));
+}
+
+std::size_t countIn(const std::string &text, const std::string &part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(ReportPage, ShowsHowTheSavingAddsUp) {
+    const Runs runs = madeUpRuns();
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    const std::size_t sumAt = page.find("How the saving adds up");
+    ASSERT_NE(sumAt, std::string::npos);
+    std::size_t at = sumAt;
+    for (const char *figure : {">+0.24 kWh<", ">-0.12 kWh<", ">0.00 kWh<", ">0.12 kWh<"}) {
+        at = page.find(figure, at);
+        ASSERT_NE(at, std::string::npos) << figure;
+    }
+    EXPECT_LT(at, page.find("</section>", sumAt));
+}
+
+TEST(ReportPage, DrawsEveryChartForAPhoneToo) {
+    const Runs runs = madeUpRuns();
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    EXPECT_EQ(countIn(page, "class=\"wide\""), 3U);
+    EXPECT_EQ(countIn(page, "class=\"narrow\""), 3U);
+}
+
+/* Wider than a phone is only what scrolls in a box of its own, also with the keys. */
+TEST(ReportPage, LetsWideTablesScrollInTheirOwnBox) {
+    const Runs runs = madeUpRuns();
+    const std::string page = html(runs, figuresOf(runs), {{.seed = 1}, {.seed = 2}}, {});
+    std::size_t tables = 0;
+    for (std::size_t at = page.find("<table"); at != page.npos; at = page.find("<table", at + 1)) {
+        ++tables;
+        const std::size_t box = page.rfind("<div class=\"scroll", at);
+        const bool isInBox = box != page.npos && page.find('>', box) + 1 == at;
+        const bool isFolding = page.compare(at, 13, "<table class=") == 0;
+        EXPECT_NE(isInBox, isFolding) << page.substr(at, 80);
+        if (isInBox) {
+            EXPECT_THAT(page.substr(box, at - box), HasSubstr("tabindex=\"0\" aria-label=\""));
+        }
+    }
+    EXPECT_EQ(tables, 5U);
+}
+
+TEST(ReportPage, WithoutEventsHasNothingToCompare) {
+    Runs runs = madeUpRuns();
+    runs.events.clear();
+    runs.with = runs.without;
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    EXPECT_THAT(page, Not(HasSubstr("How the saving adds up")));
+    EXPECT_THAT(page, Not(HasSubstr("difference")));
+    EXPECT_THAT(page, HasSubstr("Defrosts"));
+}
+
+TEST(ReportPage, TellsARepeatedRefusalOnce) {
+    Runs runs = madeUpRuns();
+    for (const std::int64_t minute : {0, 1, 2})
+        runs.with.notes.push_back(
+            {runs.with.beginMs + minute * kMinuteMs, NoteKind::Request, true,
+             "ControlDRLC(2, 01:5" + std::to_string(minute) + ":00) refused"});
+    runs.with.notes.push_back({runs.with.beginMs, NoteKind::Fault, false, "kill"});
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    const std::string trouble = page.substr(page.find("Faults and refusals"));
+    const std::string table = trouble.substr(0, trouble.find("</table>"));
+    EXPECT_THAT(table, HasSubstr("ControlDRLC(2, 01:50:00) refused, 3 times until 00:02:00<"));
+    EXPECT_EQ(countIn(table, "ControlDRLC"), 1U);
+    EXPECT_THAT(table, HasSubstr(">kill<"));
 }
 
 TEST(ReportPage, MakesHarmlessWhatAScenarioSays) {
