@@ -65,6 +65,7 @@ Result runOnce(const Setup &setup) {
     result.report = result.isBroken ? world.report() : "";
     result.hash = world.hash();
     result.virtualSec = world.virtualSec();
+    result.suspendedSec = world.suspendedSec();
     result.lives = world.lives();
     result.steps = world.steps();
     result.realSec =

@@ -17,6 +17,7 @@ struct Result {
     std::string report; // of a broken one
     std::uint64_t hash = 0;
     double virtualSec = 0;
+    double suspendedSec = 0; // of these
     double realSec = 0;
     int lives = 0;
     std::uint64_t steps = 0;

@@ -35,7 +35,7 @@ struct Wish {
     Setup setup;
 };
 
-/* "SEED DAYS what it showed"; # begins a comment. */
+/* "SEED DAYS [awake] what it showed"; # begins a comment. */
 std::vector<Setup> readFile(const std::string &path) {
     std::ifstream file(path);
     if (!file)
@@ -49,6 +49,8 @@ std::vector<Setup> readFile(const std::string &path) {
         if (!(fields >> setup.seed >> setup.days) || setup.days <= 0)
             throw std::runtime_error(path +
                                      ": a line is not \"SEED DAYS what it showed\": " + line);
+        std::string word;
+        setup.staysAwake = fields >> word && word == "awake";
         setups.push_back(setup);
     }
     return setups;
@@ -68,6 +70,7 @@ struct Totals {
     std::uint64_t broken;
     std::uint64_t lives;
     double virtualSec;
+    double suspendedSec;
     double realSec; // of all jobs together
 };
 
@@ -79,7 +82,8 @@ void tell(const Setup &setup, const Result &result, bool tellsAll) {
     text << "seed " << setup.seed << ": " << describe(weather) << "\n" << result.report;
     if (result.isBroken)
         text << "  repeat with: corvane-lab replay --seed " << setup.seed << " --days "
-             << setup.days << " --trace" << (setup.hasWeather ? "" : " --no-weather") << "\n";
+             << setup.days << " --trace" << (setup.hasWeather ? "" : " --no-weather")
+             << (setup.staysAwake ? " --awake" : "") << "\n";
     else
         text << result.lives << " lives, " << result.steps << " steps, trace hash " << std::hex
              << result.hash << "\n";
@@ -98,6 +102,7 @@ void work(const std::vector<Setup> &setups, std::size_t first, std::size_t step,
         totals.broken += result.isBroken ? 1 : 0;
         totals.lives += static_cast<std::uint64_t>(result.lives);
         totals.virtualSec += result.virtualSec;
+        totals.suspendedSec += result.suspendedSec;
         totals.realSec += result.realSec;
     }
 }
@@ -130,12 +135,15 @@ int runAll(const Wish &wish) {
         all.broken += totals[job].broken;
         all.lives += totals[job].lives;
         all.virtualSec += totals[job].virtualSec;
+        all.suspendedSec += totals[job].suspendedSec;
         all.realSec += totals[job].realSec;
     }
-    std::printf("%zu runs, %llu lives, %.2f years of virtual time, %.0f times as fast as real time "
-                "on each core; %llu broken%s\n",
+    constexpr double kYearSec = 86'400 * 365.25;
+    std::printf("%zu runs, %llu lives, %.2f years of virtual time, %.2f of them suspended, %.0f "
+                "times as fast as real time on each core; %llu broken%s\n",
                 setups.size(), static_cast<unsigned long long>(all.lives),
-                all.virtualSec / 86'400 / 365.25, all.virtualSec / std::max(all.realSec, 1e-9),
+                all.virtualSec / kYearSec, all.suspendedSec / kYearSec,
+                all.virtualSec / std::max(all.realSec, 1e-9),
                 static_cast<unsigned long long>(all.broken), failed ? "; a job has failed" : "");
     return all.broken > 0 || failed ? kBrokenStatus : 0;
 }
@@ -145,6 +153,8 @@ void addCommon(CLI::App &command, Wish &wish) {
         ->check(CLI::Range(0.001, 36'500.0))
         ->type_name("D");
     command.add_flag("--no-weather", wish.isCalm, "Without faults and other surprises");
+    command.add_flag("--awake", wish.setup.staysAwake,
+                     "Every second, also where the board would be suspended while nothing is due");
 }
 
 CLI::Option *addJobs(CLI::App &command, Wish &wish) {
@@ -188,8 +198,9 @@ void addReplay(CLI::App &program, Action &action) {
     seed->type_name("N");
     CLI::Option *trace =
         command->add_flag("--trace", wish->setup.printsTrace, "Print all that happens");
-    CLI::Option *file = world->add_option(
-        "--file", wish->file, "A line a world: SEED DAYS what it showed; # begins a comment");
+    CLI::Option *file =
+        world->add_option("--file", wish->file,
+                          "A line a world: SEED DAYS [awake] what it showed; # begins a comment");
     file->type_name("FILE")->excludes(seed)->excludes(trace);
     addJobs(*command, *wish)->needs(file);
     addCommon(*command, *wish);

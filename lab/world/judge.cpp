@@ -683,6 +683,47 @@ void Judge::tick() {
         broken("rows older than six months go when the month changes", "none was deleted");
 }
 
+bool Judge::isQuiet() const {
+    const std::int64_t now = eyes_->nowMs();
+    const std::int64_t sinces[] = {activeSinceMs_,        overSinceMs_,        blockWrongSinceMs_,
+                                   heldWrongSinceMs_,     notHeldSinceMs_,     levelLeftSinceMs_,
+                                   overrideWrongSinceMs_, energyWrongSinceMs_, gateOpenMs_,
+                                   bothSinceMs_};
+    const bool isUnderWay = !handling_.empty() || eventDirty_ || reservationsDirty_ ||
+                            hoursDirty_ || storesDue_ > 0 || cyclesDue_ > 0 ||
+                            displayOverride_ != -1 || isPruneDue_ || levelUnannounced_ ||
+                            enableUnannounced_ || overrideUnannounced_;
+    // The last repeat of a minute is judged when a few seconds of it have passed.
+    const std::int64_t ofMinute = eyes_->utcMs() % 60'000;
+    const std::int64_t lastMs = std::max({clockTouchedMs_, storeFailedMs_, echoMs_, orderEndedMs_,
+                                          lastCycleMs_, commandedMs_, heldCommandMs_});
+    return drSinceMs_ >= 0 && defrostSinceMs_ >= 0 && reportSinceMs_ >= 0 && !isUnderWay &&
+           ofMinute > 2 * kPassesMs && now - lastMs > kPassesMs &&
+           std::all_of(std::begin(sinces), std::end(sinces),
+                       [](std::int64_t since) { return since < 0; });
+}
+
+std::int64_t Judge::untilEdgeMs() const {
+    constexpr std::int64_t kDayMs = 86'400'000;
+    const std::int64_t utc = eyes_->utcMs();
+    std::int64_t until = kDayMs;
+    if (event_) {
+        for (const std::int64_t edge : {event_->startMs, event_->endMs})
+            until = edge >= utc ? std::min(until, edge - utc) : until;
+    }
+    const std::time_t seconds = utc / 1000;
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    const std::int64_t ofDay =
+        ((local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec) * std::int64_t{1000} + utc % 1000;
+    for (const auto &[id, reservation] : reservations_) {
+        const std::int64_t start = lengthMs(std::string(reservation.startTime.substr(11)));
+        for (const std::int64_t edge : {start, start + lengthMs(std::string(reservation.period))})
+            until = std::min(until, ((edge - ofDay) % kDayMs + kDayMs) % kDayMs);
+    }
+    return until;
+}
+
 void Judge::checkGate() {
     const bool mayOpen = eyes_->isWifiConnected() && eyes_->utcMs() >= kDecember2015Sec * 1000 &&
                          !eyes_->isStoreTroubled();

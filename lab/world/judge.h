@@ -70,6 +70,12 @@ public:
      * emptied the table, and so the old row is still in the way. */
     bool explainsEndlessInsert() const;
 
+    /* Nothing is under way that a rule waits for. */
+    bool isQuiet() const;
+    /* Until an event or a window begins or ends; true within the present minute, since clocks are
+     * changed at full ones. */
+    std::int64_t untilEdgeMs() const;
+
     std::uint64_t steps() const { return steps_; }
 
 private:

@@ -88,6 +88,7 @@ Weather drawWeather(std::uint64_t seed) {
     weather.terminateHours = drawHours(draws, 72, 6);
     weather.stormShare = drawHours(draws, 0.1, 0.5);
     weather.orderShare = draws.oneOf({0.03, 0.3, 1.0});
+    weather.suspends = draws.chance(0.9);
     return weather;
 }
 
@@ -115,7 +116,7 @@ std::string describe(const Weather &weather) {
     tell(all, "kill each", weather.killHours, " h");
     tell(all, "terminate each", weather.terminateHours, " h");
     tell(all, "storm", weather.stormShare, "");
-    return all;
+    return weather.suspends ? all + ", suspended while nothing is due" : all;
 }
 
 } // namespace corvane::lab

@@ -32,6 +32,7 @@ struct Weather {
     double killHours = 0;
     double terminateHours = 0;
     double stormShare = 0; // of the ends of a life: several more within a minute
+    bool suspends = false; // the main board, for as long as nothing is due
 };
 
 [[nodiscard]] Weather drawWeather(std::uint64_t seed);

@@ -274,6 +274,7 @@ void World::beginLife() {
         nextMs_[kClockMends] = nowMs() + draws_.whole(0, 300) * kSecMs;
     }
 
+    std::fill(std::begin(remoteDueMs_), std::end(remoteDueMs_), kNever);
     life_ = new InLife;
     life_->appliance = std::make_unique<Appliance>(applianceSeed_, applianceMemory_, trueMs());
     if (isPowerCut_)
@@ -342,6 +343,33 @@ void World::waitUntil(std::int64_t timeMs) {
     if (!life_->bodyIsWanted)
         life_->bodyWakes.wait_for(lock, std::chrono::milliseconds(timeMs - nowMs()));
     life_->bodyIsWanted = false;
+}
+
+/*
+ * The monotonic clock, and with it every sleep and time-out, stands still meanwhile, as on a real
+ * board. It is woken a second before anything that the service may notice.
+ */
+void World::suspend() {
+    constexpr std::int64_t kWakesBeforeMs = kSecMs;
+    constexpr std::int64_t kLeastMs = 3 * kSecMs;
+    constexpr std::int64_t kMinuteMs = 60 * kSecMs;
+    const std::int64_t ofMinute = ((utcMs() % kMinuteMs) + kMinuteMs) % kMinuteMs;
+    if (!judge_.isQuiet() || isStoreTroubled())
+        return;
+    std::int64_t forMs = std::min(kMinuteMs - ofMinute, judge_.untilEdgeMs());
+    for (int actor = 0; actor < kActors; ++actor) {
+        if (actor != kJudgeTick)
+            forMs = std::min(forMs, nextMs_[actor] - nowMs());
+    }
+    for (const std::int64_t due : remoteDueMs_)
+        forMs = std::min(forMs, due - nowMs());
+    forMs = (forMs - kWakesBeforeMs) / kSecMs * kSecMs;
+    if (forMs < kLeastMs)
+        return;
+    virtualtime::jumpClock(static_cast<double>(forMs) / 1000);
+    pastMs_ += forMs;
+    suspendedMs_ += forMs;
+    life_->remoteWakes.notify_all();
 }
 
 void World::keepSettings() {
@@ -421,8 +449,11 @@ void World::act(Actor actor) {
     case kAppliance:
         return advanceAppliance();
     case kJudgeTick:
+        judge_.tick();
+        if (weather_.suspends && !setup_.staysAwake)
+            suspend();
         nextMs_[kJudgeTick] = nowMs() + kSecMs;
-        return judge_.tick();
+        return;
     case kWifi: {
         nextMs_[kWifi] = kNever;
         wifiConnected_ = true;
@@ -588,22 +619,26 @@ void World::runRemote(int number) {
     const double meanMs = weather_.requestHours * 2 * static_cast<double>(kHourMs);
     std::int64_t edgeSec = 0; // until an edge of what was ordered
     while (meanMs > 0) {
-        std::unique_lock lock(life_->mutex);
         const double ms = edgeSec > 0 && draws.chance(0.4)
                               ? static_cast<double>(edgeSec) * 1000 + draws.between(-1500, 1500)
                               : draws.waiting(meanMs);
-        const auto pause =
-            std::chrono::milliseconds(static_cast<std::int64_t>(std::clamp(ms, 0.0, 1e12)));
-        life_->remoteWakes.wait_for(lock, pause, [this] { return life_->remotesEnd; });
-        if (life_->remotesEnd || isCalm_)
+        const auto pauseMs = static_cast<std::int64_t>(std::clamp(ms, 0.0, 1e12));
+        if (!waitAsRemote(number, nowMs() + pauseMs))
             return;
-        lock.unlock();
         edgeSec = request(draws);
         if (draws.chance(weather_.crowdShare)) {
             for (int more = draws.whole(1, 5); more > 0 && !life_->remotesEnd; --more)
                 edgeSec = std::max(edgeSec, request(draws));
         }
     }
+}
+
+bool World::waitAsRemote(int number, std::int64_t untilMs) {
+    remoteDueMs_[number] = untilMs;
+    std::unique_lock lock(life_->mutex);
+    while (nowMs() < untilMs && !life_->remotesEnd) // the board may be suspended meanwhile
+        life_->remoteWakes.wait_for(lock, std::chrono::milliseconds(untilMs - nowMs()));
+    return !life_->remotesEnd && !isCalm_;
 }
 
 std::int64_t World::request(Draws &draws) {

@@ -31,6 +31,7 @@ struct Setup {
     std::uint64_t seed = 1;
     double days = 14; // the last half day of which is calm
     bool hasWeather = true;
+    bool staysAwake = false; // is not suspended, even if that is its weather
     bool printsTrace = false;
 };
 
@@ -42,6 +43,8 @@ public:
     bool liveOnce();
 
     double virtualSec() const { return static_cast<double>(pastMs_) / 1000; }
+    /* Of these, asleep. */
+    double suspendedSec() const { return static_cast<double>(suspendedMs_) / 1000; }
     int lives() const { return lives_; }
     std::uint64_t hash() const { return hash_; }
     std::uint64_t steps() const { return judge_.steps(); }
@@ -89,6 +92,7 @@ private:
     void writeHistory();
     void act(Actor actor);
     void waitUntil(std::int64_t timeMs);
+    void suspend();
     void observe(const fakes::Entry &entry);
     /* isKept: among the last lines, which a broken run prints. */
     void trace(std::string_view line, bool isKept = true);
@@ -108,6 +112,8 @@ private:
     void setZone();
 
     void runRemote(int number);
+    /* False: the remote side is to end. */
+    bool waitAsRemote(int number, std::int64_t untilMs);
     /* Seconds until an edge of what was ordered, or 0. */
     std::int64_t request(Draws &draws);
 
@@ -129,7 +135,9 @@ private:
     std::pmr::map<std::pmr::string, std::variant<int, std::pmr::string>> settings_;
     const char *zone_;
     std::int64_t clockErrorMs_ = 0; // system clock minus true time
-    std::int64_t pastMs_ = 0;       // of all lives before, and between them
+    std::int64_t pastMs_ = 0;       // of all lives before, between them, and suspended
+    std::int64_t suspendedMs_ = 0;
+    std::int64_t remoteDueMs_[2] = {}; // the next request of each
     std::int64_t nextMs_[kActors] = {};
     std::int64_t endMs_ = 0;
     std::int64_t calmMs_ = 0;

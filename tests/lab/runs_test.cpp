@@ -33,4 +33,18 @@ TEST(LabRun, WithoutWeatherNoRuleIsBroken) {
     EXPECT_GE(result.virtualSec, 0.3 * 86'400);
 }
 
+TEST(LabRun, BoardThatIsSuspendedMissesNothingThatIsDue) {
+    corvane::lab::Setup setup;
+    setup.seed = 1; // its weather suspends, and has neither requests nor hanging transfers
+    setup.days = 1;
+    const Result suspended = corvane::lab::runOnce(setup);
+    EXPECT_FALSE(suspended.isBroken) << suspended.report;
+    EXPECT_GE(suspended.virtualSec, 86'400);
+    EXPECT_GT(suspended.suspendedSec, 0.5 * 86'400);
+    setup.staysAwake = true;
+    const Result awake = corvane::lab::runOnce(setup);
+    EXPECT_EQ(awake.suspendedSec, 0);
+    EXPECT_GT(awake.steps, 2 * suspended.steps);
+}
+
 } // namespace
