@@ -36,8 +36,8 @@ int compare(const Wish &wish) {
 void addCompare(CLI::App &program, Action &action) {
     auto wish = std::make_shared<Wish>();
     CLI::App *command = program.add_subcommand("compare", "Set two reports side by side");
-    command->add_option("A", wish->a, "Folder that 'run' has written")->required();
-    command->add_option("B", wish->b, "Another")->required();
+    command->add_option("A", wish->a, "Folder that 'run' has written")->required()->type_name("");
+    command->add_option("B", wish->b, "Another")->required()->type_name("");
     command->add_flag("--json", wish->json, "Print both and their difference as JSON");
     command->callback([wish, &action] { action = [wish] { return compare(*wish); }; });
 }

@@ -200,18 +200,22 @@ int run(const Wish &wish) {
 void addRun(CLI::App &program, Action &action) {
     auto wish = std::make_shared<Wish>();
     CLI::App *command = program.add_subcommand(
-        "run", "Run a scenario with its programme and without, and write a report");
+        "run", "Run a scenario with its programme and without it, and write a report");
     command
         ->add_option("FILE", wish->file, "A scenario, such as lab/scenarios/august-evenings.toml")
-        ->required();
+        ->required()
+        ->type_name("");
     command->add_option("--seed", wish->seed, "Another household (default: the scenario's)")
+        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{INT64_MAX}))
         ->type_name("N");
-    auto *runs = command->add_option("--runs", wish->runs, "So many seeds, one after another")
-                     ->check(CLI::Range(1, kMostRuns))
-                     ->type_name("N");
+    auto *runs =
+        command->add_option("--runs", wish->runs, "So many seeds from this one on, 1 to 1000")
+            ->check(CLI::Range(1, kMostRuns))
+            ->type_name("N");
     command
         ->add_option("--appliances", wish->appliances,
-                     "A fleet: the sum of so many seeds, also without the spread return")
+                     "A fleet instead, 2 to 100000: the sum of so many seeds,\n"
+                     "also without the spread return")
         ->check(CLI::Range(2, kMostAppliances))
         ->excludes(runs)
         ->type_name("N");

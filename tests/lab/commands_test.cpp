@@ -77,6 +77,23 @@ TEST_F(LabCommand, WrongUsageIsOneLineAndStatusTwo) {
     }
 }
 
+TEST_F(LabCommand, WrongUsageNamesTheHelpThatTellsMore) {
+    EXPECT_EQ(run({"dance"}), 2);
+    EXPECT_EQ(errors_, "corvane-lab: \"dance\" is no command; expected run, compare, explore or "
+                       "replay; see corvane-lab --help\n");
+    EXPECT_EQ(run({"run", "a.toml", "--seed", "x"}), 2);
+    EXPECT_THAT(errors_, HasSubstr("; see corvane-lab run --help\n"));
+}
+
+TEST_F(LabCommand, HelpOfEachCommandHasExamplesOfIt) {
+    for (const std::string command : {"run", "compare", "explore", "replay"}) {
+        EXPECT_EQ(run({command, "--help"}), 0);
+        EXPECT_THAT(output_, HasSubstr("Examples:\n  corvane-lab " + command + " "));
+        EXPECT_EQ(run({"--help"}), 0);
+        EXPECT_THAT(output_, HasSubstr("\n  corvane-lab " + command + " "));
+    }
+}
+
 TEST_F(LabCommand, ExploreTellsItsRunsAndReplayRepeatsOneToTheLastSwitch) {
     EXPECT_EQ(run({"explore", "--seeds", "2", "--days", "0.02", "--no-weather"}), 0);
     EXPECT_THAT(output_, HasSubstr("2 runs, "));
