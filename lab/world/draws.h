@@ -10,6 +10,7 @@
 
 namespace corvane::lab {
 
+/* Two draws within one expression need an order: compilers differ in what they evaluate first. */
 class Draws {
 public:
     explicit Draws(std::uint64_t seed) : state_(seed) { next(); }

@@ -22,7 +22,9 @@ std::string timeOfDay(std::int64_t second) {
 
 std::string seasonDay(Draws &draws, const std::string &time) {
     char text[40];
-    std::snprintf(text, sizeof text, "0000-%02d-%02dT", draws.whole(1, 12), draws.whole(1, 28));
+    const int day = draws.whole(1, 28);
+    const int month = draws.whole(1, 12);
+    std::snprintf(text, sizeof text, "0000-%02d-%02dT", month, day);
     return text + time;
 }
 
@@ -48,9 +50,11 @@ void reserve(Draws &draws, std::int64_t utcSec) {
     // Half of the windows are about to begin or to end.
     const std::int64_t begin =
         draws.chance(0.5) ? draws.whole(0, 86'399) : utcSec + draws.whole(-3600, 3600);
-    const auto entry = fakes::proxy::reservation(
-        seasonDay(draws, timeOfDay(begin)), seasonDay(draws, "00:00:00"),
-        timeOfDay(draws.whole(1, draws.chance(0.3) ? 86'399 : 7200)), "from the remote side");
+    const int longestSec = draws.chance(0.3) ? 86'399 : 7200;
+    const std::string period = timeOfDay(draws.whole(1, longestSec));
+    const std::string last = seasonDay(draws, "00:00:00");
+    const std::string first = seasonDay(draws, timeOfDay(begin));
+    const auto entry = fakes::proxy::reservation(first, last, period, "from the remote side");
     if (draws.chance(0.3))
         (void)fakes::proxy::setDefrostReservation(entry);
     else
@@ -70,9 +74,12 @@ std::string rightBody(Draws &draws, platform::CommandId id) {
     case CommandId::DelDefrostReservations:
         return R"({"id": "3"})";
     case CommandId::CreateDefrostReservations:
-    case CommandId::SetDefrostReservations:
-        return R"({"startTime": ")" + seasonDay(draws, "12:00:00") + R"(", "endTime": ")" +
-               seasonDay(draws, "00:00:00") + R"(", "period": "01:00:00", "description": "x"})";
+    case CommandId::SetDefrostReservations: {
+        const std::string first = seasonDay(draws, "12:00:00");
+        const std::string last = seasonDay(draws, "00:00:00");
+        return R"({"startTime": ")" + first + R"(", "endTime": ")" + last +
+               R"(", "period": "01:00:00", "description": "x"})";
+    }
     default:
         return "";
     }

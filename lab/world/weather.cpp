@@ -31,12 +31,15 @@ std::int64_t dateSec(const char *date) {
 }
 
 std::int64_t drawStart(Draws &draws) {
-    if (draws.chance(0.5))
-        return dateSec(draws.oneOf(kHardDates)) - draws.whole(0, 8) * kDaySec +
-               draws.whole(0, static_cast<int>(kDaySec) - 1);
-    return dateSec("2016-01-01") +
-           static_cast<std::int64_t>(draws.between(0, 21 * 365.25)) * kDaySec +
-           draws.whole(0, static_cast<int>(kDaySec) - 1);
+    std::int64_t daySec = 0;
+    if (draws.chance(0.5)) {
+        daySec = dateSec(draws.oneOf(kHardDates));
+        daySec -= draws.whole(0, 8) * kDaySec;
+    } else {
+        daySec = dateSec("2016-01-01") +
+                 static_cast<std::int64_t>(draws.between(0, 21 * 365.25)) * kDaySec;
+    }
+    return daySec + draws.whole(0, static_cast<int>(kDaySec) - 1);
 }
 
 /* Off, usual or extreme. */

@@ -514,8 +514,9 @@ void World::changeClock() {
     planNext(kClockJumps, weather_.clockJumpHours);
     static constexpr double kLengths[] = {
         1, 2, 30, 60, 600, 3600, 86'400, 35.0 * 86'400, 366.0 * 86'400, 8 * 365.25 * 86'400};
-    const double sec =
-        draws_.oneOf(kLengths) * draws_.between(0.5, 1.5) * (draws_.chance(0.5) ? 1 : -1);
+    double sec = draws_.oneOf(kLengths);
+    sec *= draws_.between(0.5, 1.5);
+    sec *= draws_.chance(0.5) ? 1 : -1;
     const double rounded = draws_.chance(0.5) ? std::floor(sec) : sec;
     const auto ms = static_cast<std::int64_t>(rounded * 1000);
     virtualtime::jumpClock(static_cast<double>(ms) / 1000);
