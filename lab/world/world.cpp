@@ -5,6 +5,7 @@
 #include "world.h"
 
 #include "fakes.h"
+#include "life.h"
 #include "remote.h"
 #include "storage.h"
 #include "virtual_time.h"
@@ -19,10 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
 #include <unistd.h>
-
-extern "C" int serviceMain(int argc, char **argv);
 
 // Of the leak checker, where the program is built with one.
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
@@ -36,6 +34,7 @@ constexpr std::int64_t kDayMs = 24 * kHourMs;
 constexpr std::int64_t kNever = INT64_MAX;
 constexpr std::int64_t kCalmLastsMs = 12 * kHourMs;
 constexpr std::int64_t kSettlesMs = 30 * 60 * kSecMs;
+constexpr std::int64_t kLongestHangMs = 120 * kSecMs; // of the metering service
 constexpr std::size_t kLinesKept = 40;
 constexpr int kStandstill = 2'000; // statements in no time
 constexpr int kBroken = 3;         // exit status of a life
@@ -235,10 +234,7 @@ EndOfLife World::drawEnd() {
 
 void World::beginLife() {
     ++lives_;
-    fakes::reset();
-    disk_.install();
-    disk_.forgetLocks();
-    fakes::storage::mountAt("/lab");
+    preparePlatform(disk_);
     std::optional<int> keys[4];
     const char *const names[] = {"db/corvane/dr/level", "db/corvane/dr/override",
                                  "db/corvane/defrost/status", "db/corvane/defrost/activate"};
@@ -282,10 +278,7 @@ void World::beginLife() {
     isPowerCut_ = false;
     planAppliance();
     life_->realOutput = dup(STDOUT_FILENO);
-    const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    std::fflush(stdout);
-    dup2(nothing, STDOUT_FILENO);
-    close(nothing);
+    silenceOutput();
     judge_.lifeBegins(*this, keys[0], keys[1], keys[2], keys[3]);
     trace("a life begins");
     fakes::observe([this](const fakes::Entry &entry) { observe(entry); });
@@ -316,12 +309,7 @@ void World::writeHistory() {
 
 bool World::liveOnce() {
     beginLife();
-    life_->loop = std::thread([] {
-        virtualtime::nameThread("main loop");
-        char name[] = "corvane";
-        char *arguments[] = {name, nullptr};
-        serviceMain(1, arguments);
-    });
+    life_->loop = startService();
     for (int number : {0, 1})
         life_->remotes[number] = std::thread([this, number] { runRemote(number); });
     for (;;) {
@@ -584,11 +572,15 @@ void World::troubleDatabase() {
 
 void World::troubleMetering() {
     planNext(kMeteringTrouble, weather_.meteringHours);
-    const double hangs[] = {0, draws_.between(0, 5), draws_.between(5, 120)};
+    const double hangs[] = {0, draws_.between(0, 5),
+                            draws_.between(5, static_cast<double>(kLongestHangMs) / 1000)};
     const double sec = draws_.oneOf(hangs);
     fakes::metering::hangTransfers(sec);
     fakes::metering::failTransfers(draws_.chance(0.5) ? draws_.whole(1, 100) : 0);
-    meteringTroubledUntilMs_ = sec > 0 ? nextMs_[kMeteringTrouble] : nowMs() + kHourMs;
+    // A transfer that begins at the last moment hangs on.
+    meteringTroubledUntilMs_ =
+        sec > 0 ? nextMs_[kMeteringTrouble] + static_cast<std::int64_t>(sec * 1000)
+                : nowMs() + kHourMs;
     trace("world  the metering service takes " + std::to_string(sec) + " s");
 }
 
@@ -605,6 +597,7 @@ void World::beginCalm() {
     fakes::metering::hangTransfers(0);
     fakes::metering::failTransfers(0);
     storeTroubledUntilMs_ = nowMs();
+    meteringTroubledUntilMs_ = std::min(meteringTroubledUntilMs_, nowMs() + kLongestHangMs);
     trace("world  calm begins");
     if (nextMs_[kClockMends] != kNever)
         nextMs_[kClockMends] = nowMs();
