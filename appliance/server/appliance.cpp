@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <map>
 #include <thread>
 
@@ -43,8 +44,10 @@ constexpr milliseconds kPublishAtMostEach{40};
 constexpr milliseconds kPublishAtLeastEach{1000};
 constexpr milliseconds kAskEach{5000};
 constexpr TimeMs kTrailLoadedMs = TimeMs{49} * 3'600'000;
-/* By then the Micom has applied the first command that it heard. */
+/* By then the Micom has applied the first command that it heard. In real time, the service has by
+ * then begun to watch for the answer. */
 constexpr TimeMs kFirstCommandAppliedMs = 900;
+constexpr TimeMs kFirstCommandRealMs = 500;
 
 /* Each model draws from a sequence of its own. */
 enum class Part : std::uint64_t { Refrigerator = 1, Micom, Metering };
@@ -57,6 +60,14 @@ const std::map<std::string, int> kLevelCommands = {
     {"SET_SMARTGRID_LEVEL_NORMAL", 0}, {"SET_SMARTGRID_LEVEL1", 1}, {"SET_SMARTGRID_LEVEL2", 2},
     {"SET_SMARTGRID_LEVEL3", 3},       {"SET_SMARTGRID_LEVEL4", 4},
 };
+
+/* What a command decides: one that says again what was said last of its kind is a repetition. */
+std::string kindOf(const std::string &command) {
+    for (const char *kind : {"SET_SMARTGRID_LEVEL", "SET_SMARTGRID_OVERRIDE"})
+        if (command.starts_with(kind))
+            return kind;
+    return "defrost";
+}
 
 const char *onOff(bool on) { return on ? "on" : "off"; }
 
@@ -282,7 +293,8 @@ void Appliance::hearCommand(const std::string &command) {
         heardMs_ = nowMs_;
         if (level != kLevelCommands.end() && !firstCommandMs_)
             firstCommandMs_ = nowMs_;
-        trace("micom", "in", "heard " + command);
+        trace("micom", "in", "heard " + command, {},
+              std::exchange(lastHeard_[kindOf(command)], command) == command);
         break;
     case Heard::Unknown:
         trace("micom", "in", "ignored " + platform::inQuotes(command));
@@ -307,7 +319,8 @@ void Appliance::hearCommand(const std::string &command) {
  */
 void Appliance::answerFirstCommand() {
     if (hasReportedLevel_ || !firstCommandMs_ || !micom_.alive() ||
-        nowMs_ - *firstCommandMs_ < kFirstCommandAppliedMs)
+        nowMs_ - *firstCommandMs_ <
+            std::max(kFirstCommandAppliedMs, kFirstCommandRealMs * options_.speed))
         return;
     write({nowMs_, kLevelKey, refrigerator_.level()});
 }
@@ -383,6 +396,22 @@ void Appliance::everyMinute(TimeMs nowMs) {
     refrigerator_.setUtcOffsetSec(static_cast<int>(local.tm_gmtoff));
     savedMinute_ = nowMs / kMinuteMs;
     save();
+    if (!told_ || told_->hour != local.tm_hour)
+        tellHour(nowMs, local);
+}
+
+/* A sign of life where nothing else happens, and what the hour was like. */
+void Appliance::tellHour(TimeMs nowMs, const std::tm &local) {
+    const RefrigeratorState state = refrigerator_.state();
+    if (told_) {
+        std::array<char, 96> text{};
+        std::snprintf(text.data(), text.size(),
+                      "used %.0f Wh since %02d:%02d; fridge %.1f, freezer %.1f °C",
+                      state.energyWh - told_->energyWh, told_->hour, told_->minute,
+                      state.fridgeCelsius, state.freezerCelsius);
+        terminal_.say(nowMs, "Appliance", text.data());
+    }
+    told_ = Told{local.tm_hour, local.tm_min, state.energyWh};
 }
 
 // ---- the service --------------------------------------------------------------------------------
@@ -497,6 +526,7 @@ bool Appliance::setFault(const std::string &name, bool on) {
         if (on) {
             ledger_->micomRestarted(nowMs_);
             micom_.restart(nowMs_);
+            lastHeard_.clear();
             trace("page", "in", "restarted the Micom");
         }
     } else if (const auto found = switches.find(name);

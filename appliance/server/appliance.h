@@ -26,7 +26,9 @@
 #include "settings_watcher.h"
 
 #include <chrono>
+#include <ctime>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -126,6 +128,7 @@ private:
     void answerFirstCommand();
     void sample(TimeMs atMs);
     void everyMinute(TimeMs nowMs);
+    void tellHour(TimeMs nowMs, const std::tm &local);
     void write(const SettingsWrite &write);
     void trace(const char *source, const char *direction, const std::string &text,
                std::optional<double> value = {}, bool isRoutine = false);
@@ -159,6 +162,12 @@ private:
     std::optional<EventLedger> ledger_; // made by restore()
     std::int64_t lastTraceId_ = 0;
     TimeMs savedMinute_ = 0;
+    struct Told { // local time and counter when the terminal was last told of an hour
+        int hour = 0;
+        int minute = 0;
+        double energyWh = 0;
+    };
+    std::optional<Told> told_;
     bool settingsFail_ = false;
 
     // What is known of the others.
@@ -170,6 +179,7 @@ private:
     std::optional<Level> reported_;
     bool hasReportedLevel_ = false; // since the start, see answerFirstCommand()
     std::optional<TimeMs> firstCommandMs_;
+    std::map<std::string, std::string> lastHeard_; // of each kind of command
     std::optional<TimeMs> heardMs_;
     std::optional<TimeMs> reportMs_;
     std::optional<int> override_; // as the service keeps it

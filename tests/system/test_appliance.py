@@ -528,6 +528,19 @@ class ApplianceFast(SystemTest):
         self.assertGreaterEqual(self.page.state["refrigerator"]["energyWh"], counter)
         self.assertGreaterEqual(self.page.state["metering"]["posts"], metering["posts"])
 
+    def test_TerminalTellsEachHourAndNoCommandThatRepeatsTheLast(self):
+        def heard():
+            return len(self.page.get("/api/v1/trace?source=micom&text=LEVEL_NORMAL")["entries"])
+
+        before = heard()
+        wait_for("three repetitions", lambda: heard() >= before + 3)
+        self.program.wait_for_output("Appliance    used ")
+        levels = [line.split()[-1] for line in self.program.output.splitlines()
+                  if "heard    SET_SMARTGRID_LEVEL" in line]
+        self.assertTrue(levels)
+        for last, level in zip(levels, levels[1:]):
+            self.assertNotEqual(level, last)
+
 
 class ApplianceAlone(SystemTest):
     """The program without a service, and used wrongly."""

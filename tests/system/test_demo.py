@@ -2,11 +2,22 @@
 
 import os
 import signal
+import subprocess
 
-from harness import Instance, SystemTest
+from harness import Instance, SystemTest, wait_for
 
 BUILD_DEADLINE_SEC = 780
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+
+
+def child_of(program, name):
+    """The process id of the program's child, whose name the system cuts."""
+    for line in subprocess.run(["ps", "-e", "-o", "pid=,ppid=,comm="], text=True, check=True,
+                               capture_output=True).stdout.splitlines():
+        pid, parent, command = line.split(None, 2)
+        if int(parent) == program.pid and command == name[:15]:
+            return int(pid)
+    raise AssertionError(f"there is no {name}")
 
 
 class Demo(SystemTest):
@@ -44,6 +55,17 @@ class Demo(SystemTest):
         _, run = self.run_script("interrupted", 15684)
         run.wait_for_output("The service stays up.", deadline_sec=BUILD_DEADLINE_SEC)
         self.assertEqual(run.stop(signal.SIGINT), 130)
+
+    def test_ServiceThatIsKilledIsStartedAgain(self):
+        instance, run = self.run_script("killed", 15687)
+        run.wait_for_output("The service stays up.", deadline_sec=BUILD_DEADLINE_SEC)
+        os.kill(child_of(run, "corvane"), signal.SIGKILL)
+        run.wait_for_output("The service has ended with status 137.")
+        run.wait_for_output("Service      gone: ")
+        wait_for("the service to answer again", lambda: instance.ctl("energy").status == 0)
+        os.kill(child_of(run, "corvane-appliance"), signal.SIGKILL)
+        self.assertEqual(run.wait(), 1)
+        self.assertIn("run: the appliance has ended with status 137", run.log)
 
     def test_ClockOfAFastRunBeforeIsNotTaken(self):
         _, run = self.run_script("slow", 15686, CORVANE_CLOCK="/nonexistent/clock")
