@@ -875,12 +875,13 @@ void Judge::calm(int micomLevel) {
                                                                  std::to_string(micomLevel));
 }
 
-void Judge::terminated(const std::string &leftThreads, std::int64_t tookMs, bool leaks) {
+void Judge::terminated(const std::string &leftThreads, std::int64_t tookMs, bool wasHeldUp,
+                       bool leaks) {
     if (!leftThreads.empty())
         broken("after terminate no thread is left", leftThreads);
     if (leaks)
         broken("after terminate no memory is left", "the leak checker has told what is");
-    if (tookMs > 3 * kPassesMs && !eyes_->isMeteringTroubled() && !eyes_->isStoreTroubled())
+    if (tookMs > 3 * kPassesMs && !wasHeldUp)
         broken("a worker notices its stop within one second",
                "terminate took " + std::to_string(tookMs) + " ms");
 }

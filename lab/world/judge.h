@@ -63,8 +63,10 @@ public:
     void tick();
     /* All has been well for long enough that all must be right. */
     void calm(int micomLevel);
-    /* leaks: memory is left; known only to a build that looks for it. */
-    void terminated(const std::string &leftThreads, std::int64_t tookMs, bool leaks = false);
+    /* wasHeldUp: by a database or a metering service in trouble. leaks: memory is left; known only
+     * to a build that looks for it. */
+    void terminated(const std::string &leftThreads, std::int64_t tookMs, bool wasHeldUp = false,
+                    bool leaks = false);
 
     /* Whether the service may be caught in inserting an event: the database failed while the order
      * emptied the table, and so the old row is still in the way. */

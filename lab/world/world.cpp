@@ -381,6 +381,7 @@ void World::keepSettings() {
 
 void World::terminate() {
     const std::int64_t begin = nowMs();
+    const bool isHeldUp = isStoreTroubled() || isMeteringTroubled(); // which may be over meanwhile
     fakes::loop::requestStop();
     life_->loop.join();
     const std::int64_t took = nowMs() - begin;
@@ -400,7 +401,7 @@ void World::terminate() {
     present = life_;
     const bool leaks =
         __lsan_do_recoverable_leak_check != nullptr && __lsan_do_recoverable_leak_check() != 0;
-    judge_.terminated(threads, took, leaks);
+    judge_.terminated(threads, took, isHeldUp, leaks);
 }
 
 bool World::endLife() {

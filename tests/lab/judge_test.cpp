@@ -185,10 +185,11 @@ TEST_F(JudgeTest, OverrideThatIsNotCommandedIsBroken) {
 }
 
 TEST_F(JudgeTest, ThreadLeftAfterTerminateIsBroken) {
-    expectBroken([&] { judge.terminated("thread 3", 500); }, "no thread is left");
-    expectBroken([&] { judge.terminated("", 60'000); }, "within one second");
-    expectBroken([&] { judge.terminated("", 1'000, true); }, "no memory is left");
-    EXPECT_NO_THROW(judge.terminated("", 1'000));
+    expectBroken([&] { judge.terminated("thread 3", 500, false, false); }, "no thread is left");
+    expectBroken([&] { judge.terminated("", 60'000, false, false); }, "within one second");
+    expectBroken([&] { judge.terminated("", 1'000, false, true); }, "no memory is left");
+    EXPECT_NO_THROW(judge.terminated("", 1'000, false, false));
+    EXPECT_NO_THROW(judge.terminated("", 60'000, true, false));
 }
 
 TEST_F(JudgeTest, PruningBeforeAnotherLimitThanSixMonthsIsBroken) {
