@@ -242,6 +242,9 @@ void EventLedger::begin(const PlannedEvent &event, TimeMs atMs) {
         record.orderedBy = "remote";
         lastOrder_ = Order{event.level, atMs, "remote"};
     }
+    for (const Early &each : std::exchange(early_, {}))
+        if (each.level == event.level && each.atMs >= event.startMs)
+            record.*each.stage = each.atMs;
     pending_.reset();
     isCancelled_ = false;
     open_ = record;
@@ -268,25 +271,28 @@ void EventLedger::end(TimeMs atMs, const std::string &by) {
     changed(record);
 }
 
-void EventLedger::commanded(int level, TimeMs atMs) {
-    if (open_ && level == open_->plan.level && !open_->commandedAtMs) {
-        open_->commandedAtMs = atMs;
+void EventLedger::reached(Stage stage, int level, TimeMs atMs) {
+    if (!open_ || level != open_->plan.level) {
+        // It may be of an event whose storing is seen a little later.
+        std::erase_if(early_, [&](const Early &each) { return level == 0 || each.stage == stage; });
+        if (level != 0)
+            early_.push_back({stage, level, atMs});
+    } else if (!((*open_).*stage)) {
+        (*open_).*stage = atMs;
         changed(*open_);
     }
+}
+
+void EventLedger::commanded(int level, TimeMs atMs) {
+    reached(&EventRecord::commandedAtMs, level, atMs);
 }
 
 void EventLedger::confirmed(int level, TimeMs atMs) {
-    if (open_ && level == open_->plan.level && !open_->confirmedAtMs) {
-        open_->confirmedAtMs = atMs;
-        changed(*open_);
-    }
+    reached(&EventRecord::confirmedAtMs, level, atMs);
 }
 
 void EventLedger::reported(int level, TimeMs atMs) {
-    if (open_ && level == open_->plan.level && !open_->reportedAtMs) {
-        open_->reportedAtMs = atMs;
-        changed(*open_);
-    }
+    reached(&EventRecord::reportedAtMs, level, atMs);
 }
 
 void EventLedger::overridden(bool on, const std::string &by, TimeMs atMs) {

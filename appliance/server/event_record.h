@@ -152,6 +152,8 @@ public:
     EnergyTrail &trail() { return trail_; }
 
 private:
+    using Stage = std::optional<TimeMs> EventRecord::*;
+    void reached(Stage stage, int level, TimeMs atMs);
     const char *causeOfEnd(bool isReplaced, TimeMs atMs) const;
     void begin(const PlannedEvent &event, TimeMs atMs);
     void end(TimeMs atMs, const std::string &by);
@@ -168,6 +170,13 @@ private:
         bool isBaselineKnown = false;
     };
     std::vector<Settling> settling_;
+    /* Stages of a level that no stored event has, each the newest. */
+    struct Early {
+        Stage stage = nullptr;
+        int level = 0;
+        TimeMs atMs = 0;
+    };
+    std::vector<Early> early_;
     std::optional<Order> pending_; // sent from here, not yet seen in the table
     bool isCancelled_ = false;     // a cancel was sent from here since the event was stored
     std::optional<Order> lastOrder_;

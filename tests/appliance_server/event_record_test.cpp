@@ -73,6 +73,25 @@ TEST_F(Ledger, EachStageIsTakenOnceAndOnlyForTheEventsLevel) {
     EXPECT_EQ(record.reportedAtMs, kStart + 1400);
 }
 
+TEST_F(Ledger, StageThatIsSeenBeforeTheStoringIsTheEventsUnlessItIsOlderOrOfAnotherLevel) {
+    ledger.commanded(3, kStart - 1000); // of an event that was never seen in the table
+    ledger.confirmed(3, kStart + 300);
+    ledger.reported(2, kStart + 400);
+    ledger.stored(kEvent, kStart + 500);
+    EventRecord record = last();
+    EXPECT_EQ(record.commandedAtMs, std::nullopt);
+    EXPECT_EQ(record.confirmedAtMs, kStart + 300);
+    EXPECT_EQ(record.reportedAtMs, std::nullopt);
+
+    ledger.commanded(2, kStart + 1000);
+    ledger.confirmed(2, kStart + 1100);
+    ledger.commanded(0, kStart + 1200); // that was over before anybody saw it
+    ledger.stored(PlannedEvent{2, kStart + 900, kEvent.endMs}, kStart + 1300);
+    record = last();
+    EXPECT_EQ(record.commandedAtMs, std::nullopt);
+    EXPECT_EQ(record.confirmedAtMs, std::nullopt);
+}
+
 TEST_F(Ledger, EndIsToldByItsCause) {
     ledger.stored(kEvent, kStart);
     ledger.stored(std::nullopt, kEvent.endMs + 800);
