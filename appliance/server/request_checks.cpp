@@ -50,7 +50,7 @@ constexpr const char *kBool = "true or false";
 // ---- texts as people type them ------------------------------------------------------------------
 
 constexpr const char *kTimeOfDay = " is no time of day such as 17:00:00";
-constexpr const char *kLength = " is no length of time such as 02:00:00, 00:00:01 to 23:59:59";
+constexpr const char *kLength = " is no length of time from 00:00:01 to 23:59:59, such as 02:00:00";
 constexpr std::size_t kMostDescription = 30; // bytes
 
 std::string isNo(const std::string &what, const std::string &text, const std::string &expected) {

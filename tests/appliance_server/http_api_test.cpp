@@ -144,6 +144,7 @@ TEST_F(HttpApiTest, FaultsOfAMeteringServiceThatIsNotThereAreNotOffered) {
     hasMetering_ = false;
     restart();
     EXPECT_THAT(groups(), testing::ElementsAre("Micom"));
+    EXPECT_FALSE(json::parse(ask("GET", "/api/v1/state").body)["metering"]["present"].get<bool>());
     EXPECT_EQ(ask("PUT", "/api/v1/faults/meteringSlow", R"({"on":true})").status, 404);
     EXPECT_EQ(ask("PUT", "/api/v1/faults/micomSlow", R"({"on":true})").status, 200);
 }

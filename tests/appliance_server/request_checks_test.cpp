@@ -61,7 +61,7 @@ TEST(ReservationCheck, RefusalIsInTheWordsOfTheForm) {
     EXPECT_EQ(reason("startTime", "0000-06-01Thalf past"),
               "daily from: \"half past\" is no time of day such as 17:00:00");
     EXPECT_EQ(reason("period", "2 h"),
-              "length: \"2 h\" is no length of time such as 02:00:00, 00:00:01 to 23:59:59");
+              "length: \"2 h\" is no length of time from 00:00:01 to 23:59:59, such as 02:00:00");
     EXPECT_EQ(reason("description", "the 31st of the longest months!"),
               "description: \"the 31st of the longest months!\" is too long: 31 bytes, at most 30");
     EXPECT_THAT(reason("description", "a'b"), testing::HasSubstr("a quote, a backslash"));

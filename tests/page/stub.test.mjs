@@ -302,6 +302,14 @@ describe("what is shown", () => {
     assert.deepEqual(steps.map(({ at, tookSec }) => [at, tookSec]), [[100, undefined], [100.5, undefined], [100.5, 0.5], [101, 0.5]]);
   });
 
+  it("RecordOfAnOrderThatNobodyHereSawTellsWhenItWasStored", async () => {
+    const page = await open(browser, stub.url);
+    stub.state((state, now, record) => {
+      record.orderedAt = null;
+    });
+    await seeText(page, "#records", /by Thu,? 30 Jul,? 18:50remote side/);
+  });
+
   it("RecordThatTheClockHasGoneBackOverSaysSoAndIsNotTheLastEvent", async () => {
     const page = await open(browser, stub.url);
     await seeText(page, "#records", /as planned/);
@@ -369,6 +377,18 @@ describe("what is shown", () => {
     await seeText(page, "#energy-this", /–/);
     await assertSound(page);
     await picture(page, "stub-new");
+  });
+
+  it("MeteringServiceThatIsLeftOutIsSaidSo", async () => {
+    const page = await open(browser, stub.url);
+    stub.state((state) => {
+      state.metering = { present: false, posts: 0, refused: 0, lastAt: null, lastFigure: null, totalWh: 0, lastStatus: null };
+      state.faults = state.faults.filter(({ group }) => group === "Micom");
+    });
+    await seeText(page, "#energy-hint", /left out here/);
+    await seeText(page, "#energy-metered", /left out/);
+    assert.equal(await page.locator("[data-fault^=metering]").count(), 0);
+    await assertSound(page);
   });
 
   it("ThemeIsTheSystemsUntilOneIsPickedAndThenRemembered", async () => {

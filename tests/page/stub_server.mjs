@@ -95,7 +95,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     },
     defrostDelay: { enabled: 1, active: 1, reservations: structuredClone(kSeasons), windows: [] },
     consumption: { thisMonthKwh: 30.12, previousMonthKwh: 28.87, at: startAt },
-    metering: { posts: 1440, lastAt: startAt - 20, lastFigure: "7310.40", totalWh: 7310.4, lastStatus: 204 },
+    metering: { present: true, posts: 1440, lastAt: startAt - 20, lastFigure: "7310.40", totalWh: 7310.4, lastStatus: 204 },
     faults: faultList.map(([name, label, description, group]) => ({ name, label, description, on: false, group, momentary: name === "micomRestart" })),
   };
 
@@ -104,7 +104,7 @@ export async function startStub({ port = 0, startAt = Date.UTC(2026, 6, 31, 14, 
     Object.assign(state.demandResponse, { commanded: null, confirmed: null, reported: null, block: null });
     Object.assign(state.defrostDelay, { enabled: null, active: null, reservations: [] });
     state.consumption = { thisMonthKwh: null, previousMonthKwh: null, at: null };
-    state.metering = { posts: 0, lastAt: null, lastFigure: null, totalWh: 0, lastStatus: null };
+    state.metering = { present: true, posts: 0, lastAt: null, lastFigure: null, totalWh: 0, lastStatus: null };
   }
 
   // -- the state as it is now ----

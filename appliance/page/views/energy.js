@@ -73,10 +73,12 @@ export function energyView(store, setRange) {
     const { consumption, metering } = model.state;
     setText(byId("energy-this"), kilowattHour(consumption.thisMonthKwh));
     setText(byId("energy-previous"), kilowattHour(consumption.previousMonthKwh));
-    setText(byId("energy-metered"), metering.posts === 0 ? "no report yet" : wattHour(metering.totalWh));
-    setText(byId("energy-hint"), metering.posts === 0
-      ? "The months are as the service answers them. The metering service has not been told anything yet."
-      : `The months are as the service answers them. ${metering.posts} reports to the metering service, the last one at ${model.clock.time(metering.lastAt)}: figure ${metering.lastFigure}, answered ${metering.lastStatus || "not at all"}.`);
+    setText(byId("energy-metered"), !metering.present ? "left out" : metering.posts === 0 ? "no report yet" : wattHour(metering.totalWh));
+    const months = "The months are as the service answers them.";
+    setText(byId("energy-hint"), !metering.present
+      ? `${months} The metering service is left out here (--metering-port 0), so what the service reports goes elsewhere.`
+      : metering.posts === 0 ? `${months} The metering service has not been told anything yet.`
+      : `${months} ${metering.posts} reports to the metering service, the last one at ${model.clock.time(metering.lastAt)}: figure ${metering.lastFigure}, answered ${metering.lastStatus || "not at all"}.`);
 
     const { range, data } = model.energy;
     for (const button of buttons) setAttribute(button, "aria-pressed", button.dataset.range === range);

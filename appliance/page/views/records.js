@@ -19,7 +19,7 @@ function row(record, clock) {
     h("td", { className: numeric ? "numeric" : "", "data-label": label }, h("span", {}, text, hint ? h("span", { className: "hint" }, hint) : null));
   return h("tr", { "data-open": String(record.open) },
     h("th", { scope: "row" }, levelName(record.level), h("span", { className: "hint" }, `no. ${record.id}`)),
-    cell("Ordered", clock.dayTime(record.orderedAt), orderers[record.orderedBy] ?? record.orderedBy),
+    cell("Ordered", Number.isFinite(record.orderedAt) ? clock.dayTime(record.orderedAt) : `by ${clock.dayTime(record.storedAt)}`, orderers[record.orderedBy] ?? record.orderedBy),
     cell("Ran", `${clock.time(start)} – ${clock.time(end)}`, `${span(end - start)}, ${ending}`),
     cell("To confirm", Number.isFinite(record.confirmedAt) ? took(record.confirmedAt - Math.max(record.orderedAt, record.startAt)) : "not confirmed", null, true),
     cell("Average", watt(record.averageWatt), null, true),
