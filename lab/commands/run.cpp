@@ -73,6 +73,7 @@ public:
     void take(const Task &task, RunResult result) {
         making_.virtualSec += static_cast<double>(result.minutes.size()) * 60;
         making_.lives += result.lives;
+        making_.judgedSteps += result.judgedSteps;
         if (task.withProgramme && task.spreadReturn && (isFleet_ || task.seed == firstSeed_))
             count(result);
         if (runs_.events.empty())

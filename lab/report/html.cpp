@@ -624,8 +624,10 @@ std::string html(const Runs &runs, const Figures &figures, const std::vector<See
                 tag("p", "The unmodified service lived through this in virtual time, with models "
                          "of refrigerator, Micom and display around it: " +
                              number(making.virtualSec / 86'400, 0) + " days in " +
-                             number(making.realSec, 0) +
-                             " s. Tables: <code>events.csv</code>, <code>hours.csv</code>, "
+                             number(making.realSec, 0) + " s. A judge watched " +
+                             std::to_string(making.judgedSteps) +
+                             " steps and saw no rule broken. Tables: "
+                             "<code>events.csv</code>, <code>hours.csv</code>, "
                              "<code>figures.json</code>.") +
                     tag("p", "Scenario <code>" + escaped(making.file) +
                                  "</code>; the same again: <code>" + escaped(making.command) +

@@ -19,6 +19,7 @@ struct Making {
     double realSec = 0;    // from begin to end
     double virtualSec = 0; // of all runs together
     int lives = 0;
+    std::uint64_t judgedSteps = 0; // of all runs together
 };
 
 /* The same scenario with several seeds: one line each. */

@@ -165,7 +165,9 @@ std::string summary(const Runs &runs, const Figures &figures, const std::vector<
         text += "\n";
     text += "\nThe unmodified service lived " + number(making.virtualSec / 86'400, 0) +
             " days in " + number(making.realSec, 0) + " s, " +
-            number(making.virtualSec / std::max(making.realSec, 0.001), 0) + " times real time.\n";
+            number(making.virtualSec / std::max(making.realSec, 0.001), 0) +
+            " times real time. A judge watched " + std::to_string(making.judgedSteps) +
+            " steps and saw no rule broken.\n";
     return text;
 }
 

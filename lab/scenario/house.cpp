@@ -5,6 +5,7 @@
 #include "house.h"
 
 #include "memory.h" // of the models
+#include <life.h>
 #include <shared_memory.h>
 #include <storage.h>
 #include <virtual_time.h>
@@ -21,10 +22,7 @@
 #include <mutex>
 #include <thread>
 
-#include <fcntl.h>
 #include <unistd.h>
-
-extern "C" int serviceMain(int argc, char **argv);
 
 namespace corvane::lab {
 namespace {
@@ -39,6 +37,7 @@ constexpr std::int64_t kDelayAfterEndMs = 2 * kMinuteMs;
 constexpr std::size_t kMostNotes = 20'000;
 constexpr int kStatementsFailing = 20; // a minute, while the store is in trouble
 constexpr double kHangSec = 20;
+constexpr int kBroken = 42; // exit status of a life
 constexpr std::string_view kLevelCommand = "SET_SMARTGRID_LEVEL";
 
 appliance::Parameters parametersOf(const Scenario &scenario, const RunOptions &options) {
@@ -121,11 +120,28 @@ RunResult House::result() const {
     result.posts = posts_;
     result.postedCounts = postedCounts_;
     result.lives = lives_;
+    result.judgedSteps = judge_.steps();
     result.isService = true;
     return result;
 }
 
-std::int64_t House::nowMs() const { return lifeBeginMs_ + virtualtime::elapsedMs(); }
+std::int64_t House::nowMs() const {
+    return lifeBeginMs_ + (timeRuns_ ? virtualtime::elapsedMs() : 0);
+}
+
+std::uint64_t House::storeFailures() const {
+    return fakes::storage::failuresMet() + disk_.busyAnswers();
+}
+
+bool House::canLookInto(const std::string &file) const {
+    const std::string path = fakes::storage::folder() + file;
+    return disk_.exists(path) && disk_.isIdle(path);
+}
+
+void House::broken(const std::string &rule, const std::string &what) {
+    broken_ = localText(nowMs()) + ": " + rule + ": " + what;
+    _exit(kBroken);
+}
 
 void House::note(NoteKind kind, const std::string &text, bool isRefusal) {
     if (notes_.size() == kMostNotes)
@@ -138,10 +154,7 @@ void House::note(NoteKind kind, const std::string &text, bool isRefusal) {
 
 void House::beginLife() {
     ++lives_;
-    fakes::reset();
-    disk_.install();
-    disk_.forgetLocks();
-    fakes::storage::mountAt("/lab");
+    preparePlatform(disk_);
     for (const auto &[key, value] : settings_)
         fakes::settings::set(std::string(key), value);
     fakes::clearRecords();
@@ -150,9 +163,7 @@ void House::beginLife() {
     fakes::wifi::set(wifi);
     useZone(scenario_.zone);
 
-    const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC); // the service prints its log
-    dup2(nothing, STDOUT_FILENO);
-    close(nothing);
+    silenceOutput();
 
     life_ = new InLife(options_.seed, lifeBeginMs_, parametersOf(scenario_, options_));
     // A leak checker does not look into shared memory, where the life is kept.
@@ -167,11 +178,15 @@ void House::beginLife() {
     const std::string start = virtualtime::formatUtc((lifeBeginMs_ + clockErrorMs_) * 1'000'000);
     virtualtime::start({start + (start.find('.') == std::string::npos ? ".000" : ""),
                         options_.seed * 1'000 + static_cast<std::uint64_t>(lives_), 1e9});
+    timeRuns_ = true;
     followPlace();
     for (std::pmr::string &last : lastCommand_)
         last.clear(); // what a new life repeats is worth a line
     if (lives_ > 1)
         note(NoteKind::Life, "starts again");
+    const auto key = [](const char *name) { return fakes::settings::getInt(name); };
+    judge_.lifeBegins(*this, key("db/corvane/dr/level"), key("db/corvane/dr/override"),
+                      key("db/corvane/defrost/status"), key("db/corvane/defrost/activate"));
     fakes::observe([this](const fakes::Entry &entry) { observe(entry); });
     if (powerWasCut_) {
         powerWasCut_ = false;
@@ -186,17 +201,16 @@ void House::beginLife() {
 
 bool House::liveOnce() {
     beginLife();
-    life_->loop = std::thread([] {
-        virtualtime::nameThread("main loop");
-        char name[] = "corvane";
-        char *arguments[] = {name, nullptr};
-        serviceMain(1, arguments);
-    });
+    life_->loop = startService();
     life_->operatorThread = std::thread([this] { operate(); });
     for (;;) {
         while (minuteEndMs_ <= nowMs())
             sampleMinute();
         advanceAppliance(nowMs());
+        if (tickMs_ <= nowMs()) {
+            tickMs_ = nowMs() + kSecMs;
+            judge_.tick();
+        }
         if (nowMs() >= scenario_.endMs()) {
             endLife(EndOfLife::Terminate);
             return true;
@@ -209,7 +223,7 @@ bool House::liveOnce() {
         const std::int64_t actionMs =
             nextAction_ < actions_.size() ? actions_[nextAction_].atMs : kNever;
         waitUntil(std::min({life_->micom.nextAt(), minuteEndMs_, actionMs, scenario_.endMs(),
-                            (nowMs() / kStepMs + 1) * kStepMs}));
+                            tickMs_, (nowMs() / kStepMs + 1) * kStepMs}));
     }
 }
 
@@ -239,37 +253,47 @@ void House::keepSettings() {
 }
 
 void House::terminate() {
+    const std::int64_t begin = nowMs();
+    const bool isHeldUp = isStoreTroubled() || isMeteringTroubled(); // which may be over meanwhile
     fakes::loop::requestStop();
     life_->loop.join();
+    const std::int64_t tookMs = nowMs() - begin;
     life_->operatorEnds = true;
     life_->operatorWakes.notify_all();
     life_->operatorThread.join();
+    keepLife(EndOfLife::Terminate);
+    const virtualtime::Summary summary = virtualtime::finish();
+    judge_.terminated(summary.leakedThreads.empty() ? "" : summary.leakedThreads.front(), tookMs,
+                      isHeldUp, false);
 }
 
 void House::endLife(EndOfLife end) {
+    judge_.lifeEnds(end);
     if (end == EndOfLife::Terminate)
         terminate();
+    else
+        keepLife(end);
+}
+
+/* What the next life finds. */
+void House::keepLife(EndOfLife end) {
     powerWasCut_ = end == EndOfLife::PowerCut;
     fakes::observe(nullptr);
     keepSettings();
     applianceMemory_ = appliance::toText({life_->refrigerator.memory(), life_->micom.memory()});
     lifeBeginMs_ = nowMs() + kAwayMs;
+    timeRuns_ = false;
     if (powerWasCut_)
         disk_.cutPower();
-    if (end != EndOfLife::Terminate)
-        return;
-    const virtualtime::Summary summary = virtualtime::finish();
-    for (const std::string &thread : summary.leakedThreads)
-        std::fprintf(stderr, "left behind by the service: %s\n", thread.c_str());
-    if (!summary.leakedThreads.empty())
-        _exit(4);
 }
 
 // ---- The appliance ----
 
 void House::advanceAppliance(std::int64_t timeMs) {
-    for (const appliance::SettingsWrite &write : life_->micom.advance(timeMs))
+    for (const appliance::SettingsWrite &write : life_->micom.advance(timeMs)) {
+        judge_.micomWrites(write.key, write.value);
         fakes::settings::set(write.key, write.value);
+    }
     fakes::power::set(life_->board.reading());
 }
 
@@ -329,6 +353,7 @@ void House::observe(const fakes::Entry &entry) {
                         &hundredths) == 2)
             postedCounts_ += whole * std::int64_t{100} + hundredths;
     }
+    judge_.see(entry);
 }
 
 void House::heardCommand(const std::string &command) {
@@ -419,6 +444,7 @@ bool House::act(const Action &action) {
         const int sec = action.begins ? fault.offsetSec : -fault.offsetSec;
         clockErrorMs_ += sec * kSecMs;
         virtualtime::jumpClock(sec);
+        judge_.clockWasTouched();
         return false;
     }
     case FaultKind::Override: {

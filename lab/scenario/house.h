@@ -1,5 +1,6 @@
 /*
- * The house of a scenario, in which the service lives: appliance, operator, faults and clock.
+ * The house of a scenario, in which the service lives: appliance, operator, faults and clock, and
+ * the judge, who sees to it that a figure is not that of a service which breaks its rules.
  *
  * It lies in shared memory and lives one life of the service after another, each in a forked
  * process that calls liveOnce(). Within a life the body thread moves the appliance and brings the
@@ -13,6 +14,7 @@
 
 #include <disk.h>
 #include <fakes.h>
+#include <judge.h>
 
 #include <memory_resource>
 #include <string>
@@ -20,7 +22,7 @@
 
 namespace corvane::lab {
 
-class House {
+class House : private Judge::Eyes {
 public:
     /* All three must outlive it; the events are those of the scenario, or none. */
     House(const Scenario &scenario, const RunOptions &options,
@@ -29,9 +31,10 @@ public:
     /* In a process of its own, which a kill ends at once. True: the run is over. */
     bool liveOnce();
     [[nodiscard]] RunResult result() const;
+    /* The rule that the judge saw broken, when and how; empty: none, as it is to be. */
+    [[nodiscard]] std::string broken() const { return std::string(broken_); }
 
 private:
-    enum class EndOfLife { Kill, PowerCut, Terminate };
     struct Action { // a fault begins or ends
         std::int64_t atMs;
         const Fault *fault;
@@ -49,12 +52,25 @@ private:
     };
     struct InLife; // what a life takes with it
 
-    [[nodiscard]] std::int64_t nowMs() const; // true time, UTC
+    // Eyes
+    [[nodiscard]] std::int64_t nowMs() const override; // true time, UTC
+    [[nodiscard]] std::int64_t utcMs() const override { return nowMs() + clockErrorMs_; }
+    [[nodiscard]] std::uint64_t storeFailures() const override;
+    [[nodiscard]] std::uint64_t unsureCommits() const override { return disk_.unsureConnections(); }
+    [[nodiscard]] bool isStoreTroubled() const override { return storeFault_ != nullptr; }
+    [[nodiscard]] bool isMeteringTroubled() const override {
+        return meteringRefuses_ || meteringHangsSec_ > 0;
+    }
+    [[nodiscard]] bool canLookInto(const std::string &file) const override;
+    [[nodiscard]] bool isWifiConnected() const override { return !wifiLost_; }
+    [[noreturn]] void broken(const std::string &rule, const std::string &what) override;
+
     void note(NoteKind kind, const std::string &text, bool isRefusal = false);
 
     void planFaults();
     void beginLife();
     void endLife(EndOfLife end);
+    void keepLife(EndOfLife end);
     void terminate();
     void keepSettings();
     void waitUntil(std::int64_t timeMs);
@@ -83,11 +99,15 @@ private:
     const std::vector<PlannedEvent> &events_;
     std::pmr::vector<Action> actions_;
     Disk disk_;
+    Judge judge_;
+    std::pmr::string broken_;
 
     // What goes on from life to life.
     std::int64_t lifeBeginMs_;
+    bool timeRuns_ = false;         // virtual time does
     std::int64_t clockErrorMs_ = 0; // system clock minus true time
     std::int64_t minuteEndMs_;
+    std::int64_t tickMs_ = 0; // the judge's next
     double minuteBeginWh_ = 0;
     std::size_t nextAction_ = 0;
     bool wifiLost_ = false;

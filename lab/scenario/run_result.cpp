@@ -22,6 +22,7 @@ void transfer(auto &bytes, auto &result) {
     bytes.value(result.posts);
     bytes.value(result.postedCounts);
     bytes.value(result.lives);
+    bytes.value(result.judgedSteps);
     bytes.value(result.realSec);
     bytes.value(result.isService);
 }

@@ -56,6 +56,7 @@ struct RunResult {
     std::int64_t posts = 0;
     std::int64_t postedCounts = 0; // of 0.01 Wh, in all posts
     int lives = 0;
+    std::uint64_t judgedSteps = 0; // at each of which the judge saw no rule broken
     double realSec = 0;
     bool isService = false; // false: the models alone, without the service
 

@@ -52,6 +52,8 @@ RunResult runScenario(const Scenario &scenario, const RunOptions &options) {
     int status = kGoesOn;
     while (status == kGoesOn)
         status = liveInChild(house);
+    if (!house.broken().empty())
+        throw std::runtime_error("a rule is broken at " + house.broken());
     if (status != kRunIsOver)
         throw std::runtime_error("a life of the service ended by itself, with status " +
                                  std::to_string(status));

@@ -25,7 +25,8 @@ struct RunOptions {
 
 /*
  * A pure function of this program, the scenario and the first options, its seed among them. Throws
- * std::runtime_error when a life ends by itself, with how it did. The caller has no other threads.
+ * std::runtime_error when a life ends by itself, with how it did, or when the judge has seen a rule
+ * broken, with the moment and the rule. The caller has no other threads.
  */
 [[nodiscard]] RunResult runScenario(const Scenario &scenario, const RunOptions &options);
 

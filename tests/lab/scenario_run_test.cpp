@@ -1,6 +1,7 @@
 /*
  * Scenarios run with the service itself: short ones, so that a year's rules hold in seconds.
  */
+#include <fakes.h>
 #include <scenario_run.h>
 
 #include <gmock/gmock.h>
@@ -59,6 +60,25 @@ TEST(ScenarioRun, OrdersCommandsConfirmsAndEndsAnEvent) {
     EXPECT_EQ(result.minutes.at(7 * 60).level, 3);
     EXPECT_EQ(result.minutes.at(9 * 60).level, 0);
     EXPECT_EQ(result.lives, 1);
+}
+
+TEST(ScenarioRun, IsWatchedByTheJudge) {
+    EXPECT_GT(run(scenario()).judgedSteps, 86'400U); // once a second and more
+}
+
+/* The wrong command stands for a service that has gone wrong. */
+TEST(ScenarioRun, InWhichARuleIsBrokenEndsWithItsNameAndMoment) {
+    const auto say = [](double) {
+        fakes::settings::set("memory/refrigerator/TxMessage", std::string("DANCE"));
+    };
+    try {
+        (void)runScenario(scenario(), {.seed = 1, .onProgress = say});
+        FAIL() << "nothing was broken";
+    } catch (const std::runtime_error &error) {
+        EXPECT_STREQ(error.what(),
+                     "a rule is broken at 2026-06-17 04:00:00: every Micom text is in "
+                     "the vocabulary: \"DANCE\" is not");
+    }
 }
 
 TEST(ScenarioRun, OfTheSameSeedIsTheSame) {
