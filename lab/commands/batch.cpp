@@ -4,6 +4,8 @@
  */
 #include "batch.h"
 
+#include "progress_bar.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -25,7 +27,6 @@ namespace {
 
 constexpr int kFailed = 1;
 constexpr auto kGlance = std::chrono::milliseconds(20);
-constexpr int kGlancesPerDrawing = 10;
 
 /* One number for each task, seen by all processes. */
 class SharedProgress {
@@ -49,34 +50,6 @@ public:
 private:
     std::size_t bytes_;
     std::span<std::atomic<float>> done_;
-};
-
-class ProgressBar {
-public:
-    ~ProgressBar() {
-        if (isTerminal_)
-            std::fputs("\r\033[K", stderr);
-    }
-    void draw(double share, std::size_t done, std::size_t all) {
-        if (!isTerminal_ || ++glances_ % kGlancesPerDrawing != 1)
-            return;
-        constexpr int kWidth = 40;
-        const int full = static_cast<int>(share * kWidth);
-        const double sec =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-        const std::string left =
-            share > 0.02 ? ", " + std::to_string(static_cast<int>(sec / share - sec)) + " s left"
-                         : "";
-        std::fprintf(stderr, "\r[%s%s] %3.0f %%  %zu of %zu runs%s\033[K",
-                     std::string(static_cast<std::size_t>(full), '#').c_str(),
-                     std::string(static_cast<std::size_t>(kWidth - full), '.').c_str(), share * 100,
-                     done, all, left.c_str());
-    }
-
-private:
-    bool isTerminal_ = isatty(STDERR_FILENO) == 1;
-    std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
-    int glances_ = 0;
 };
 
 struct Running {

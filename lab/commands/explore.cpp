@@ -3,20 +3,27 @@
  * there are jobs.
  */
 #include "commands.h"
+#include "progress_bar.h"
 #include "runs.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <csignal>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +32,7 @@ namespace {
 
 constexpr int kBrokenStatus = 1;
 constexpr int kMaxJobs = 64;
+constexpr auto kGlance = std::chrono::milliseconds(20);
 
 struct Wish {
     bool isReplay = false;
@@ -65,18 +73,18 @@ std::vector<Setup> setupsOf(const Wish &wish) {
     return setups;
 }
 
-/* What the jobs add up, in memory that they share. */
+/* What the jobs share: which run is next, and what they add up. */
 struct Totals {
-    std::uint64_t broken;
-    std::uint64_t lives;
-    double virtualSec;
-    double suspendedSec;
-    double realSec; // of all jobs together
+    std::atomic<std::size_t> next = 0;
+    std::atomic<std::size_t> done = 0;
+    std::atomic<std::uint64_t> broken = 0;
+    std::atomic<std::uint64_t> lives = 0;
+    std::atomic<double> virtualSec = 0;
+    std::atomic<double> suspendedSec = 0;
+    std::atomic<double> realSec = 0; // of all jobs together
 };
 
-void tell(const Setup &setup, const Result &result, bool tellsAll) {
-    if (!result.isBroken && !tellsAll)
-        return;
+void tell(const Setup &setup, const Result &result) {
     const Weather weather = setup.hasWeather ? drawWeather(setup.seed) : calmWeather(setup.seed);
     std::ostringstream text;
     text << "seed " << setup.seed << ": " << describe(weather) << "\n" << result.report;
@@ -91,61 +99,76 @@ void tell(const Setup &setup, const Result &result, bool tellsAll) {
     std::fflush(stdout);
 }
 
-void work(const std::vector<Setup> &setups, std::size_t first, std::size_t step, bool tellsAll,
-          Totals &totals) {
-    for (std::size_t i = first; i < setups.size(); i += step) {
+/* One job: takes runs until none is left. */
+void work(const std::vector<Setup> &setups, bool tellsAll, const ProgressBar &bar, Totals &totals) {
+    for (std::size_t i = totals.next++; i < setups.size(); i = totals.next++) {
         if (tellsAll && setups[i].printsTrace)
             std::printf("seed %llu: %s\n", static_cast<unsigned long long>(setups[i].seed),
                         describe(drawWeather(setups[i].seed)).c_str());
         const Result result = runOnce(setups[i]);
-        tell(setups[i], result, tellsAll);
+        if (result.isBroken || tellsAll) {
+            bar.clear();
+            tell(setups[i], result);
+        }
         totals.broken += result.isBroken ? 1 : 0;
         totals.lives += static_cast<std::uint64_t>(result.lives);
         totals.virtualSec += result.virtualSec;
         totals.suspendedSec += result.suspendedSec;
         totals.realSec += result.realSec;
+        ++totals.done;
     }
+}
+
+/* True: one of the jobs has failed. */
+bool workInJobs(const std::vector<Setup> &setups, int jobs, bool tellsAll, Totals &totals) {
+    ProgressBar bar;
+    std::fflush(nullptr);
+    for (int job = 0; job < jobs; ++job) {
+        const pid_t child = fork();
+        if (child < 0)
+            throw std::runtime_error("a process for a job cannot be made");
+        if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            work(setups, tellsAll, bar, totals);
+            std::fflush(stdout);
+            _exit(0);
+        }
+    }
+    bool failed = false;
+    for (int left = jobs; left > 0;) {
+        int status = 0;
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended > 0) {
+            failed = failed || status != 0;
+            --left;
+            continue;
+        }
+        const std::size_t done = totals.done;
+        if (!tellsAll)
+            bar.draw(static_cast<double>(done) / static_cast<double>(setups.size()), done,
+                     setups.size());
+        std::this_thread::sleep_for(kGlance);
+    }
+    return failed;
 }
 
 int runAll(const Wish &wish) {
     const std::vector<Setup> setups = setupsOf(wish);
-    const auto jobs = static_cast<std::size_t>(wish.jobs);
-    void *memory = mmap(nullptr, sizeof(Totals) * kMaxJobs, PROT_READ | PROT_WRITE,
-                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void *memory =
+        mmap(nullptr, sizeof(Totals), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
-        throw std::runtime_error("cannot map memory for the jobs");
-    auto *totals = static_cast<Totals *>(memory);
+        throw std::runtime_error("there is not enough memory for the jobs");
+    Totals &totals = *new (memory) Totals;
     const bool tellsAll = wish.isReplay && wish.file.empty();
-    bool failed = false;
-    if (jobs == 1) {
-        work(setups, 0, 1, tellsAll, totals[0]);
-    } else {
-        for (std::size_t job = 0; job < jobs; ++job) {
-            if (fork() == 0) {
-                work(setups, job, jobs, tellsAll, totals[job]);
-                _exit(0);
-            }
-        }
-        int status = 0;
-        while (wait(&status) > 0)
-            failed = failed || status != 0;
-    }
-    Totals all{};
-    for (std::size_t job = 0; job < jobs; ++job) {
-        all.broken += totals[job].broken;
-        all.lives += totals[job].lives;
-        all.virtualSec += totals[job].virtualSec;
-        all.suspendedSec += totals[job].suspendedSec;
-        all.realSec += totals[job].realSec;
-    }
+    const bool failed = workInJobs(setups, wish.jobs, tellsAll, totals);
     constexpr double kYearSec = 86'400 * 365.25;
     std::printf("%zu runs, %llu lives, %.2f years of virtual time, %.2f of them suspended, %.0f "
                 "times as fast as real time on each core; %llu broken%s\n",
-                setups.size(), static_cast<unsigned long long>(all.lives),
-                all.virtualSec / kYearSec, all.suspendedSec / kYearSec,
-                all.virtualSec / std::max(all.realSec, 1e-9),
-                static_cast<unsigned long long>(all.broken), failed ? "; a job has failed" : "");
-    return all.broken > 0 || failed ? kBrokenStatus : 0;
+                setups.size(), static_cast<unsigned long long>(totals.lives),
+                totals.virtualSec / kYearSec, totals.suspendedSec / kYearSec,
+                totals.virtualSec / std::max(totals.realSec.load(), 1e-9),
+                static_cast<unsigned long long>(totals.broken), failed ? "; a job has failed" : "");
+    return totals.broken > 0 || failed ? kBrokenStatus : 0;
 }
 
 void addCommon(CLI::App &command, Wish &wish) {
