@@ -38,7 +38,7 @@ section.long{break-inside:auto}
 .tile b{display:block;font-size:1.55rem;line-height:1.2;letter-spacing:-.02em}.tile span{color:var(--muted);font-size:.87rem}
 .missed{border-color:var(--fault)}.missed h2{color:var(--fault)}
 svg{display:block;width:100%;height:auto;margin-top:6px}svg text{font-size:12px;fill:var(--muted)}
-svg.narrow{display:none}.legend{display:flex;flex-wrap:wrap;gap:2px 22px;margin:8px 0 0;font-size:.87rem;color:var(--muted)}
+svg.narrow{display:none}svg.heat{max-width:calc(var(--width)*1.2px)}.legend{display:flex;flex-wrap:wrap;gap:2px 22px;margin:8px 0 0;font-size:.87rem;color:var(--muted)}
 .legend i{display:inline-block;width:26px;border-top:3px solid;margin-right:8px;vertical-align:middle}
 i.with{border-color:var(--with)}i.without{border-color:var(--without)}i.unspread{border-color:var(--unspread);border-top-style:dashed}
 svg .strong{font-weight:600;fill:var(--text)}svg .end{text-anchor:end}svg .middle{text-anchor:middle}
@@ -61,7 +61,7 @@ footer{margin-top:20px;color:var(--muted);font-size:.87rem}
 @media (max-width:640px){main{padding:16px 10px 40px}section{padding:14px 12px}h1{font-size:1.35rem}
 .answer p:first-child{font-size:1.12rem}.tiles{grid-template-columns:repeat(2,minmax(0,1fr));gap:8px}.tile{padding:10px 12px}
 .tile b{font-size:1.2rem}svg.wide{display:none}svg.narrow{display:block;max-width:480px}svg.narrow text{font-size:12.5px}
-svg.heat{width:760px}th,td{padding:6px}thead th,th.words,td.words,.long th{white-space:normal}
+svg.heat{width:calc(var(--width)*.8px);max-width:none}th,td{padding:6px}thead th,th.words,td.words,.long th{white-space:normal}
 .pinned th:first-child,.pinned td:first-child{position:sticky;left:0;background:var(--surface);white-space:normal}
 table.stacked,table.stacked thead,table.stacked tbody{display:block}table.stacked thead th:first-child{display:none}
 table.stacked tr{display:grid;grid-template-columns:repeat(3,1fr);align-items:end;border-bottom:1px solid var(--line)}

@@ -193,11 +193,10 @@ std::string draw(const HeatMap &map) {
                                 at(kTop + static_cast<double>(hour) * kRow) + "h" + at(width) +
                                 "v" + at(kRow) + "h-" + at(width) + "z";
         }
-    // Few days are drawn no larger than many.
+    // Few days are drawn no larger than many, which the page sees to.
     const double widest = std::max(days * width, kShades * kShadeWidth + kShadeNote);
     std::string svg = opening(kLeft + widest + kRight, kBottom + 78, "heat", map.title);
-    svg.insert(svg.size() - 1,
-               " style=\"max-width:" + at(1.2 * (kLeft + widest + kRight)) + "px\"");
+    svg.insert(svg.size() - 1, " style=\"--width:" + at(kLeft + widest + kRight) + "\"");
     for (std::size_t shade = 0; shade < kShades; ++shade)
         svg +=
             "<path d=\"" + shades.at(shade) + "\" class=\"shade" + std::to_string(shade) + "\"/>";
