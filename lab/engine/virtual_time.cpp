@@ -626,6 +626,7 @@ int tryLockMutex(pthread_mutex_t *mutex) {
         data.__owner = ownerOf(*self);
         data.__count = 1;
         ++data.__nusers;
+        ++theRun->summary.locksHeld;
         return 0;
     }
     if (!isRecursive(*mutex) || data.__owner != ownerOf(*self)) {
@@ -655,6 +656,7 @@ int unlockMutex(pthread_mutex_t *mutex) {
     data.__owner = 0;
     data.__lock = 0;
     --data.__nusers;
+    --theRun->summary.locksHeld;
     wakeWaitersFor(WaitsFor::Mutex, mutex);
     return 0;
 }

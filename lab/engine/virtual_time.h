@@ -40,6 +40,7 @@ struct Options {
 
 struct Summary {
     std::vector<std::string> leakedThreads; // still there at the end: name and what each was doing
+    int locksHeld = 0;                      // mutexes that were taken and not given back
     std::int64_t elapsedMs = 0;             // virtual
     std::uint64_t switches = 0;             // hand-overs from one thread to another
     std::uint64_t sleeps = 0;

@@ -396,6 +396,8 @@ void World::terminate() {
     std::string threads;
     for (const std::string &thread : summary.leakedThreads)
         threads += (threads.empty() ? "" : "; ") + thread;
+    if (summary.locksHeld != 0)
+        broken("after terminate no lock is left", std::to_string(summary.locksHeld) + " are");
     // The checker does not look into shared memory, where this life is kept.
     [[maybe_unused]] static const InLife *volatile present = nullptr;
     present = life_;

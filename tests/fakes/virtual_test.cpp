@@ -61,6 +61,7 @@ void VirtualTest::TearDown() {
     for (const std::string &thread : summary.leakedThreads) {
         ADD_FAILURE() << "left behind: " << thread;
     }
+    EXPECT_EQ(summary.locksHeld, 0) << "mutexes left locked";
     output_->restore();
     if (HasFailure()) {
         std::fputs(output_->text().c_str(), stdout);

@@ -189,6 +189,18 @@ TEST(VirtualTime, SettleLetsEverythingHappenThatIsDueNow) {
     });
 }
 
+TEST(VirtualTime, MutexesThatStayLockedAreCounted) {
+    std::mutex forgotten;
+    std::recursive_mutex twice;
+    const virtualtime::Summary summary = run([&] {
+        std::thread([&] { forgotten.lock(); }).join();
+        const std::lock_guard outer(twice);
+        const std::lock_guard inner(twice);
+    });
+    EXPECT_EQ(summary.locksHeld, 1);
+    (void)run([&] { forgotten.unlock(); });
+}
+
 TEST(VirtualTime, SameSeedGivesTheSameRun) {
     std::uint64_t firstHash = 0;
     std::uint64_t secondHash = 0;
