@@ -186,6 +186,8 @@ private:
     std::pmr::map<int, Reservation> acknowledgedReservations_;
     std::optional<std::pair<int, Reservation>> insertedReservation_;
     std::pmr::set<std::pmr::string> hours_;
+    std::pmr::set<std::pmr::string> doubledHours_; // whose look for a row failed
+    std::uint64_t failuresAtLook_ = 0;
     std::pmr::vector<std::pmr::string> hourDeletions_;
     std::pmr::string keptFrom_; // rows before it are to be gone
     std::int64_t keptFromMs_ = 0;
