@@ -314,20 +314,16 @@ std::vector<DayRow> dayRows(const RunResult &run) {
         }
         DayRow &row = rows.back();
         double watt = 0;
-        double fridge = 0;
-        double freezer = 0;
-        for (std::size_t k = i; k < i + 60; ++k) {
+        for (std::size_t k = i; k < i + 60; ++k)
             watt += run.minutes[k].watt / 60.0;
-            fridge += run.minutes[k].fridgeFood / 60.0;
-            freezer += run.minutes[k].freezerFood / 60.0;
-        }
         const auto hour = static_cast<std::size_t>(local.secondOfDay / 3600);
         // An hour that comes twice shows the mean of both.
         row.hourWatt[hour] =
             std::isnan(row.hourWatt[hour]) ? watt : (row.hourWatt[hour] + watt) / 2;
         row.kWh += watt / 1000;
-        row.fridgeFood = std::max(row.fridgeFood, fridge);
-        row.freezerFood = std::max(row.freezerFood, freezer);
+        const Range endingHere{i >= kHour ? i - (kHour - 1) : 0, i + kHour};
+        row.fridgeFood = std::max(row.fridgeFood, warmest(run, endingHere, &Minute::fridgeFood));
+        row.freezerFood = std::max(row.freezerFood, warmest(run, endingHere, &Minute::freezerFood));
     }
     return rows;
 }

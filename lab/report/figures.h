@@ -85,7 +85,7 @@ struct DayCurve {
 [[nodiscard]] DayCurve averageEventDay(const Runs &runs);
 
 /* One row a local day: mean watts of its 24 hours (NaN for an hour that it has not), and the
- * warmest hour of the food. */
+ * food's warmest hour of those that end on it. */
 struct DayRow {
     Date date;
     std::vector<double> hourWatt;

@@ -170,7 +170,8 @@ std::string dayCurveSection(const Runs &runs) {
     };
     if (isKw)
         chart.unit = "kW";
-    chart.series.push_back({"without the programme", "without", scaled(curve.without)});
+    chart.series.push_back({runs.events.empty() ? "mean power" : "without the programme", "without",
+                            scaled(curve.without)});
     if (!runs.events.empty()) {
         chart.series.push_back({"with the programme", "with", scaled(curve.with)});
         if (!curve.noSpread.empty())
@@ -336,8 +337,10 @@ std::string heatSection(const Runs &runs, const std::vector<DayRow> &days) {
         map.unit = "kW";
     map.ticks = dayTicks(days);
     return section("The hours of the period",
-                   "Mean power of each hour with the programme: days from left to right, hours of "
-                   "the day from top to bottom, in local time.",
+                   "Mean power of each hour" +
+                       std::string(runs.events.empty() ? "" : " with the programme") +
+                       ": days from left to right, hours of "
+                       "the day from top to bottom, in local time.",
                    scrolling("Heat map of the hours", draw(map)));
 }
 
@@ -356,7 +359,7 @@ std::string foodChart(const std::string &name, const std::vector<DayRow> &with,
             y.push_back(day.*food);
         return y;
     };
-    chart.series.push_back({name + ", without", "without", values(without)});
+    chart.series.push_back({name + (hasEvents ? ", without" : ""), "without", values(without)});
     if (hasEvents)
         chart.series.push_back({name + ", with the programme", "with", values(with)});
     chart.ticks = dayTicks(with);
@@ -375,7 +378,7 @@ std::string foodHours(const std::string &name, const std::vector<HourRow> &hours
     chart.fromZero = false;
     chart.height = 230;
     Series withSeries{name + ", with the programme", "with", {}};
-    Series withoutSeries{name + ", without", "without", {}};
+    Series withoutSeries{name + (hasEvents ? ", without" : ""), "without", {}};
     const bool isShort = hours.size() <= 48;
     for (std::size_t i = 0; i < hours.size(); ++i) {
         withSeries.y.push_back(hours[i].*with);
@@ -413,12 +416,13 @@ std::string foodSection(const Runs &runs, const std::vector<DayRow> &with) {
         charts = foodChart("fridge", with, without, &DayRow::fridgeFood, fridge, hasEvents) +
                  foodChart("freezer", with, without, &DayRow::freezerFood, freezer, hasEvents);
     }
-    return section("Food temperatures",
-                   std::string(isShort ? "Mean of each hour" : "Warmest hour of each day") +
-                       (runs.appliances > 1 ? ", of the warmest appliance." : ".") +
-                       " The food's warmest hour, here and above, is the highest mean of an hour: "
-                       "food is slow, and a minute at an open door does not spoil it.",
-                   charts);
+    return section(
+        "Food temperatures",
+        std::string(isShort ? "Mean of each hour" : "Warmest hour of each day") +
+            (runs.appliances > 1 ? ", of the warmest appliance." : ".") +
+            " The figures name the warmest hour: the highest mean of sixty minutes in a row. "
+            "Food is slow, and a minute at an open door does not spoil it.",
+        charts);
 }
 
 std::string eventRow(const PlannedEvent &event, const EventFigures &figures, const EventFate &fate,

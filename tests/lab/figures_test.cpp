@@ -180,6 +180,16 @@ TEST(DayRows, HaveTheHoursThatTheirDayHas) {
     EXPECT_NEAR(days[1].hourWatt[3], 100, 1e-6);
 }
 
+TEST(DayRows, WarmestFoodIsThatOfTheFigures) {
+    Runs runs = madeUpRuns();
+    for (std::size_t minute = 1440 - 30; minute < 1440 + 30; ++minute)
+        runs.with.minutes[minute].fridgeFood = 5; // an hour that is no hour of the clock
+    const std::vector<DayRow> days = dayRows(runs.with);
+    EXPECT_NEAR(days[0].fridgeFood, 4, 1e-5); // half of it at 5 degrees, half at 3
+    EXPECT_NEAR(days[1].fridgeFood, 5, 1e-5);
+    EXPECT_NEAR(figuresOf(runs).fridgeWith, 5, 1e-5);
+}
+
 TEST(HourRows, SumToTheEnergyOfTheRun) {
     const Runs runs = madeUpRuns();
     double wh = 0;
