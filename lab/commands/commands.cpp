@@ -92,7 +92,7 @@ int runCommand(int argc, char **argv) {
         return action();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "corvane-lab: %s\n", error.what());
-        return 1;
+        return dynamic_cast<const UsageError *>(&error) != nullptr ? 2 : 1;
     }
 }
 

@@ -7,6 +7,7 @@
 #define CORVANE_LAB_COMMANDS_H
 
 #include <functional>
+#include <stdexcept>
 
 namespace CLI {
 class App;
@@ -15,6 +16,11 @@ class App;
 namespace corvane::lab {
 
 using Action = std::function<int()>;
+
+/* Thrown by an action when what it was given cannot be used: status 2. Its text is the line. */
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 /* Does what the command line says, and answers the exit status. */
 int runCommand(int argc, char **argv);

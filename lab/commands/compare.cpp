@@ -25,9 +25,8 @@ int compare(const Wish &wish) {
             wish.json ? compareJson(wish.a, wish.b) : compareText(wish.a, wish.b);
         std::fputs(text.c_str(), stdout);
         return 0;
-    } catch (const std::runtime_error &error) {
-        std::fprintf(stderr, "corvane-lab: %s\n", error.what());
-        return 2;
+    } catch (const std::runtime_error &error) { // of a folder
+        throw UsageError(error.what());
     }
 }
 

@@ -47,7 +47,7 @@ struct Wish {
 std::vector<Setup> readFile(const std::string &path) {
     std::ifstream file(path);
     if (!file)
-        throw std::runtime_error("cannot read " + path);
+        throw UsageError(path + ": cannot be read; give a file such as lab/failed_seeds.txt");
     std::vector<Setup> setups;
     for (std::string line; std::getline(file, line);) {
         if (line.empty() || line[0] == '#')
@@ -55,8 +55,8 @@ std::vector<Setup> readFile(const std::string &path) {
         Setup setup;
         std::istringstream fields(line);
         if (!(fields >> setup.seed >> setup.days) || setup.days <= 0)
-            throw std::runtime_error(path +
-                                     ": a line is not \"SEED DAYS what it showed\": " + line);
+            throw UsageError(path + ": a line is not \"SEED DAYS what it showed\": \"" +
+                             line.substr(0, 80) + "\"");
         std::string word;
         setup.staysAwake = fields >> word && word == "awake";
         setups.push_back(setup);

@@ -155,45 +155,41 @@ std::vector<Task> tasksOf(const Wish &wish, std::uint64_t firstSeed, bool hasEve
     return tasks;
 }
 
+Scenario scenarioOf(const Wish &wish) {
+    try {
+        return readScenario(wish.file);
+    } catch (const ScenarioError &error) {
+        throw UsageError(error.what());
+    }
+}
+
 int run(const Wish &wish) {
     const auto begin = std::chrono::steady_clock::now();
-    Scenario scenario;
-    try {
-        scenario = readScenario(wish.file);
-    } catch (const ScenarioError &error) {
-        std::fprintf(stderr, "corvane-lab: %s\n", error.what());
-        return 2;
-    }
+    const Scenario scenario = scenarioOf(wish);
     const std::uint64_t seed = wish.seed.value_or(scenario.seed);
     const int cores = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    const std::string folder =
+        wish.out.empty() ? "lab-results/" + std::filesystem::path(wish.file).stem().string()
+                         : wish.out;
+    makeFolder(folder); // rather than find out after minutes
     Collector collector(scenario, seed, wish.appliances);
-    try {
-        runBatch(scenario, tasksOf(wish, seed, !collector.runs_.events.empty()),
-                 wish.jobs > 0 ? wish.jobs : cores, [&](const Task &task, RunResult result) {
-                     collector.take(task, std::move(result));
-                 });
-        collector.making_.file = wish.file;
-        collector.making_.command = commandLine(wish, seed);
-        collector.making_.realSec =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-        const Figures figures = figuresOf(collector.runs_);
-        const std::string folder =
-            wish.out.empty() ? "lab-results/" + std::filesystem::path(wish.file).stem().string()
-                             : wish.out;
-        writeFolder(folder, collector.runs_, figures, collector.seeds_, collector.making_);
-        if (wish.json) {
-            std::fputs(figuresJson(collector.runs_, figures).c_str(), stdout);
-        } else {
-            std::fputs(
-                summary(collector.runs_, figures, collector.seeds_, collector.making_).c_str(),
-                stdout);
-            std::printf("Report: %s/report.html\n", folder.c_str());
-        }
-        return unmet(collector.runs_, figures).empty() ? 0 : 1;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "corvane-lab: %s\n", error.what());
-        return 1;
+    runBatch(scenario, tasksOf(wish, seed, !collector.runs_.events.empty()),
+             wish.jobs > 0 ? wish.jobs : cores,
+             [&](const Task &task, RunResult result) { collector.take(task, std::move(result)); });
+    collector.making_.file = wish.file;
+    collector.making_.command = commandLine(wish, seed);
+    collector.making_.realSec =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    const Figures figures = figuresOf(collector.runs_);
+    writeFolder(folder, collector.runs_, figures, collector.seeds_, collector.making_);
+    if (wish.json) {
+        std::fputs(figuresJson(collector.runs_, figures).c_str(), stdout);
+    } else {
+        std::fputs(summary(collector.runs_, figures, collector.seeds_, collector.making_).c_str(),
+                   stdout);
+        std::printf("Report: %s/report.html\n", folder.c_str());
     }
+    return unmet(collector.runs_, figures).empty() ? 0 : 1;
 }
 
 } // namespace

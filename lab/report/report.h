@@ -61,6 +61,8 @@ struct SavingSum {
 [[nodiscard]] std::string compareText(const std::string &folderA, const std::string &folderB);
 [[nodiscard]] std::string compareJson(const std::string &folderA, const std::string &folderB);
 
+/* With those above it; one that is there is kept. Throws std::runtime_error. */
+void makeFolder(const std::string &folder);
 /* Makes the folder and writes all of the above into it. Throws std::runtime_error. */
 void writeFolder(const std::string &folder, const Runs &runs, const Figures &figures,
                  const std::vector<SeedLine> &seeds, const Making &making);

@@ -195,13 +195,17 @@ std::string compareJson(const std::string &folderA, const std::string &folderB) 
     return Json{{"a", a}, {"b", b}, {"difference", difference}}.dump(2) + "\n";
 }
 
-void writeFolder(const std::string &folder, const Runs &runs, const Figures &figures,
-                 const std::vector<SeedLine> &seeds, const Making &making) {
+void makeFolder(const std::string &folder) {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error)
         throw std::runtime_error(folder + ": cannot be made: " + error.message() +
                                  "; give another folder with --out");
+}
+
+void writeFolder(const std::string &folder, const Runs &runs, const Figures &figures,
+                 const std::vector<SeedLine> &seeds, const Making &making) {
+    makeFolder(folder);
     const auto write = [&](const std::string &name, const std::string &content) {
         std::ofstream stream(folder + "/" + name, std::ios::binary);
         if (!(stream << content) || !stream.flush())

@@ -109,10 +109,10 @@ TEST_F(LabCommand, ExploreTellsItsRunsAndReplayRepeatsOneToTheLastSwitch) {
 }
 
 TEST_F(LabCommand, ReplayOfAFileThatIsNoneOrHasAnotherLineFails) {
-    EXPECT_EQ(run({"replay", "--file", folder_ + "/none"}), 1);
-    EXPECT_THAT(errors_, HasSubstr("cannot read "));
+    EXPECT_EQ(run({"replay", "--file", folder_ + "/none"}), 2);
+    EXPECT_THAT(errors_, HasSubstr("/none: cannot be read; give a file such as "));
     std::ofstream(folder_ + "/seeds") << "# comment\n\n5 much\n";
-    EXPECT_EQ(run({"replay", "--file", folder_ + "/seeds"}), 1);
+    EXPECT_EQ(run({"replay", "--file", folder_ + "/seeds"}), 2);
     EXPECT_THAT(errors_, HasSubstr("5 much"));
 }
 
@@ -123,6 +123,13 @@ TEST_F(LabCommand, RunAnswersAndLeavesAReport) {
     EXPECT_TRUE(std::filesystem::exists(folder_ + "/out/report.html"));
     EXPECT_EQ(figures("out")["eventsConfirmed"], 1);
     EXPECT_EQ(errors_, ""); // no progress bar where there is no terminal
+}
+
+TEST_F(LabCommand, RunIntoAFolderThatCannotBeMadeSaysWhatToDo) {
+    std::ofstream(folder_ + "/file") << "in the way";
+    EXPECT_EQ(run({"run", scenario(), "--out", folder_ + "/file/out"}), 1);
+    EXPECT_THAT(errors_, HasSubstr("give another folder with --out"));
+    EXPECT_EQ(output_, "");
 }
 
 TEST_F(LabCommand, RunWithAnotherSeedIsAnotherHousehold) {
