@@ -76,7 +76,8 @@ std::size_t hashOf(const std::tm &fields) {
     const std::int64_t seconds =
         ((days * 24 + fields.tm_hour) * 60 + fields.tm_min) * 60 + fields.tm_sec;
     // The same moment may be asked for with and without the day of the year.
-    return hashOf(static_cast<std::uint64_t>(seconds + (std::int64_t{fields.tm_yday} << 40)));
+    return hashOf(static_cast<std::uint64_t>(seconds) +
+                  (static_cast<std::uint64_t>(fields.tm_yday) << 40));
 }
 
 std::size_t hashOf(std::time_t seconds) { return hashOf(static_cast<std::uint64_t>(seconds)); }
@@ -131,7 +132,7 @@ int misreadSec = 0;
 bool isZoneStale = true; // TZ was touched since the C library has looked at it
 
 void lookAtZone() {
-    if (isZoneStale || !active()) {
+    if (isZoneStale) {
         isZoneStale = false;
         real::tzset.get()();
         memories.local.forget();
@@ -140,7 +141,9 @@ void lookAtZone() {
 }
 
 void noteTouched(std::string_view name) {
-    isZoneStale = isZoneStale || name.substr(0, name.find('=')) == "TZ";
+    if (name.substr(0, name.find('=')) == "TZ") {
+        isZoneStale = true;
+    }
 }
 
 template <class Break, class Minutes>
@@ -224,7 +227,12 @@ using namespace virtualtime::calendar;
 
 extern "C" {
 
-void tzset() noexcept { lookAtZone(); }
+void tzset() noexcept {
+    if (!active()) {
+        return calendar::real::tzset.get()();
+    }
+    lookAtZone();
+}
 
 int setenv(const char *name, const char *value, int overwrite) noexcept {
     noteTouched(name);
