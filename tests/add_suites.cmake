@@ -6,7 +6,10 @@ execute_process(COMMAND ${program} --gtest_list_tests OUTPUT_VARIABLE list RESUL
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "${program} --gtest_list_tests ended with ${status}")
 endif()
+# CMake would read these, which a parameter's value may hold, as ends of lists' elements or as none.
+string(REGEX REPLACE "[][;]" " " list "${list}")
 string(REGEX MATCHALL "[^\n]+" lines "${list}")
+set(count 0)
 foreach(line ${lines})
   # Suites stand at the line's begin and end in a dot, their tests are indented.
   if(line MATCHES "^([A-Za-z0-9_/]+)\\.( |$)")
@@ -14,5 +17,9 @@ foreach(line ${lines})
     add_test("${prefix}${suite}" ${program} "--gtest_filter=${suite}.*" --gtest_brief=1)
     set_tests_properties("${prefix}${suite}" PROPERTIES
       LABELS ${label} TIMEOUT 600 PROCESSORS 1)
+    math(EXPR count "${count} + 1")
   endif()
 endforeach()
+if(count EQUAL 0)
+  message(FATAL_ERROR "${program} --gtest_list_tests names no suite")
+endif()
