@@ -1,7 +1,7 @@
 /*
- * Where the program `corvane` starts: arguments are answered here, so that a call for help shows
- * the help and nothing of a service that starts. The linker leads the process here in place of the
- * service's main() (--wrap=main), which is called when there is nothing to answer.
+ * Where `corvane` and `corvane-timelapse` start: arguments are answered here, so that a call for
+ * help shows the help and nothing of a service that starts. The linker leads the process here in
+ * place of the service's main() (--wrap=main), which is called when there is nothing to answer.
  */
 #include "command_line.h"
 
