@@ -241,6 +241,12 @@ public:
     void add(const std::string &what, double with, double without, int digits) {
         row(what, number(with, digits), number(without, digits), number(with - without, digits));
     }
+    /* In kW from 10,000 W on. */
+    void addPower(const std::string &what, double with, double without) {
+        const bool isKw = std::max(with, without) >= 10'000;
+        const double unit = isKw ? 1000 : 1;
+        add(what + (isKw ? ", kW" : ", W"), with / unit, without / unit, 1);
+    }
     void addOnlyWith(const std::string &what, double with, int digits) {
         row(what, number(with, digits), "", "");
     }
@@ -262,13 +268,13 @@ private:
 /* The rows on the average event's return, and what the reader must know of them. */
 std::string addReturnRows(const Runs &runs, const Figures &figures, FigureTable &table) {
     const std::string hours = std::to_string(kAfterMinutes / 60) + " hours after an event";
-    table.add("Highest quarter of an hour in the " + hours + ", W", figures.returnPeakWatt,
-              figures.returnPeakWithoutWatt, 1);
-    table.add("The same, against the mean of these hours without, W", figures.returnPeakWatt,
-              figures.returnSteadyWatt, 1);
+    table.addPower("Highest quarter of an hour in the " + hours, figures.returnPeakWatt,
+                   figures.returnPeakWithoutWatt);
+    table.addPower("The same, against the mean of these hours without", figures.returnPeakWatt,
+                   figures.returnSteadyWatt);
     if (figures.returnPeakNoSpreadWatt)
-        table.add("All appliances returning at once, against that mean, W",
-                  *figures.returnPeakNoSpreadWatt, figures.returnSteadyWatt, 1);
+        table.addPower("All appliances returning at once, against that mean",
+                       *figures.returnPeakNoSpreadWatt, figures.returnSteadyWatt);
     const std::string events = figures.returnEvents == 1
                                    ? "the one event"
                                    : "the " + std::to_string(figures.returnEvents) + " events";
@@ -286,12 +292,12 @@ std::string figuresSection(const Runs &runs, const Figures &figures) {
     table.add("Energy a day, kWh", figures.withKwh / figures.days,
               figures.withoutKwh / figures.days, 3);
     if (!runs.events.empty())
-        table.add("Mean power in event hours (" + number(figures.eventHours, 1) + " h), W",
-                  figures.eventWithWatt, figures.eventWithoutWatt, 1);
+        table.addPower("Mean power in event hours (" + number(figures.eventHours, 1) + " h)",
+                       figures.eventWithWatt, figures.eventWithoutWatt);
     if (figures.returnEvents > 0)
         hint = addReturnRows(runs, figures, table);
-    table.add("Highest quarter of an hour of the period, W", figures.peakWithWatt,
-              figures.peakWithoutWatt, 0);
+    table.addPower("Highest quarter of an hour of the period", figures.peakWithWatt,
+                   figures.peakWithoutWatt);
     table.add("The food's warmest hour, fridge, °C", figures.fridgeWith, figures.fridgeWithout, 1);
     table.add("The food's warmest hour, freezer, °C", figures.freezerWith, figures.freezerWithout,
               1);
@@ -399,9 +405,9 @@ std::string foodHours(const std::string &name, const std::vector<HourRow> &hours
 std::string foodSection(const Runs &runs, const std::vector<DayRow> &with) {
     const appliance::Parameters &p = runs.scenario.parameters;
     const Limit fridge{p.fridgeFoodHighestCelsius,
-                       "highest allowed, " + celsius(p.fridgeFoodHighestCelsius)};
+                       "levels are set aside above " + celsius(p.fridgeFoodHighestCelsius)};
     const Limit freezer{p.freezerFoodHighestCelsius,
-                        "highest allowed, " + celsius(p.freezerFoodHighestCelsius)};
+                        "levels are set aside above " + celsius(p.freezerFoodHighestCelsius)};
     const bool hasEvents = !runs.events.empty();
     const bool isShort = with.size() <= 7;
     std::string charts;

@@ -110,6 +110,16 @@ TEST(ReportPage, ShowsHowTheSavingAddsUp) {
     EXPECT_LT(at, page.find("</section>", sumAt));
 }
 
+TEST(ReportPage, TellsLargePowersInKilowatts) {
+    Runs runs = madeUpRuns();
+    for (RunResult *run : {&runs.with, &runs.without})
+        for (Minute &minute : run->minutes)
+            minute.watt *= 1000;
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    EXPECT_THAT(page, HasSubstr("Mean power in event hours (4.0 h), kW</th><td>40.0</td><td>100.0"
+                                "</td><td>-60.0</td>"));
+}
+
 TEST(ReportPage, DrawsEveryChartForAPhoneToo) {
     const Runs runs = madeUpRuns();
     const std::string page = html(runs, figuresOf(runs), {}, {});
