@@ -61,6 +61,8 @@ std::vector<Setup> readFile(const std::string &path) {
         setup.staysAwake = fields >> word && word == "awake";
         setups.push_back(setup);
     }
+    if (setups.empty())
+        throw UsageError(path + ": names no world; give a file such as lab/failed_seeds.txt");
     return setups;
 }
 
@@ -227,6 +229,8 @@ void addReplay(CLI::App &program, Action &action) {
     file->type_name("FILE")->excludes(seed)->excludes(trace);
     addJobs(*command, *wish)->needs(file);
     addCommon(*command, *wish);
+    for (const char *own : {"--days", "--no-weather", "--awake"})
+        file->excludes(command->get_option(own)); // each line speaks for itself
     runAtEnd(*command, wish, action);
 }
 

@@ -68,6 +68,9 @@ TEST_F(LabCommand, WrongUsageIsOneLineAndStatusTwo) {
                                                {"replay"},
                                                {"replay", "--seed", "x"},
                                                {"replay", "--seed", "1", "--file", "some"},
+                                               {"replay", "--file", "some", "--days", "3"},
+                                               {"replay", "--file", "some", "--no-weather"},
+                                               {"replay", "--file", "some", "--awake"},
                                                {"replay", "--seed", "1", "--jobs", "2"}}) {
         SCOPED_TRACE(words.empty() ? "" : words.back());
         EXPECT_EQ(run(words), 2);
@@ -114,6 +117,9 @@ TEST_F(LabCommand, ReplayOfAFileThatIsNoneOrHasAnotherLineFails) {
     std::ofstream(folder_ + "/seeds") << "# comment\n\n5 much\n";
     EXPECT_EQ(run({"replay", "--file", folder_ + "/seeds"}), 2);
     EXPECT_THAT(errors_, HasSubstr("5 much"));
+    std::ofstream(folder_ + "/seeds") << "# comment\n\n";
+    EXPECT_EQ(run({"replay", "--file", folder_ + "/seeds"}), 2);
+    EXPECT_THAT(errors_, HasSubstr("/seeds: names no world; give a file such as "));
 }
 
 TEST_F(LabCommand, RunAnswersAndLeavesAReport) {
