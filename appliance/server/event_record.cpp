@@ -243,7 +243,8 @@ void EventLedger::begin(const PlannedEvent &event, TimeMs atMs) {
         lastOrder_ = Order{event.level, atMs, "remote"};
     }
     for (const Early &each : std::exchange(early_, {}))
-        if (each.level == event.level && each.atMs >= event.startMs)
+        // One from after this moment is of a time that the clock has gone back over.
+        if (each.level == event.level && each.atMs >= event.startMs && each.atMs <= atMs)
             record.*each.stage = each.atMs;
     pending_.reset();
     isCancelled_ = false;

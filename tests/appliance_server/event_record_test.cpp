@@ -92,6 +92,12 @@ TEST_F(Ledger, StageThatIsSeenBeforeTheStoringIsTheEventsUnlessItIsOlderOrOfAnot
     EXPECT_EQ(record.confirmedAtMs, std::nullopt);
 }
 
+TEST_F(Ledger, StageOfATimeThatTheClockHasGoneBackOverIsNotTheEvents) {
+    ledger.confirmed(3, kStart + 5000);
+    ledger.stored(kEvent, kStart + 500);
+    EXPECT_EQ(last().confirmedAtMs, std::nullopt);
+}
+
 TEST_F(Ledger, EndIsToldByItsCause) {
     ledger.stored(kEvent, kStart);
     ledger.stored(std::nullopt, kEvent.endMs + 800);
