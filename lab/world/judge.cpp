@@ -789,7 +789,8 @@ void Judge::checkDefrost() {
     const bool isHeld = activeKey_ == 1;
     if (isKnown && (isHeld || isEnabled)) {
         const bool isInside = isInsideWindow();
-        if (lasts(isHeld && !(isEnabled && isInside) && !heldExplained_, heldWrongSinceMs_))
+        const bool isRight = isEnabled ? isInside : heldExplained_;
+        if (lasts(isHeld && !isRight, heldWrongSinceMs_))
             broken("defrost is held only inside the window of the matching reservation, while "
                    "defrost delay is on",
                    isEnabled ? "it is outside" : "defrost delay is off");
