@@ -262,9 +262,7 @@ void House::terminate() {
     life_->operatorWakes.notify_all();
     life_->operatorThread.join();
     keepLife(EndOfLife::Terminate);
-    const virtualtime::Summary summary = virtualtime::finish();
-    judge_.terminated(summary.leakedThreads.empty() ? "" : summary.leakedThreads.front(), tookMs,
-                      isHeldUp, false);
+    judge_.terminated(finishTime(), tookMs, isHeldUp);
 }
 
 void House::endLife(EndOfLife end) {
@@ -431,6 +429,7 @@ bool House::act(const Action &action) {
         return false;
     case FaultKind::MeteringHangs:
         meteringHangsSec_ = action.begins ? kHangSec : 0;
+        meteringHeldUpUntilMs_ = nowMs() + static_cast<std::int64_t>(kHangSec * 1000);
         fakes::metering::hangTransfers(meteringHangsSec_);
         return false;
     case FaultKind::DatabaseBusy:

@@ -59,7 +59,7 @@ private:
     [[nodiscard]] std::uint64_t unsureCommits() const override { return disk_.unsureConnections(); }
     [[nodiscard]] bool isStoreTroubled() const override { return storeFault_ != nullptr; }
     [[nodiscard]] bool isMeteringTroubled() const override {
-        return meteringRefuses_ || meteringHangsSec_ > 0;
+        return meteringRefuses_ || meteringHangsSec_ > 0 || nowMs() < meteringHeldUpUntilMs_;
     }
     [[nodiscard]] bool canLookInto(const std::string &file) const override;
     [[nodiscard]] bool isWifiConnected() const override { return !wifiLost_; }
@@ -114,6 +114,7 @@ private:
     const Fault *storeFault_ = nullptr;
     double meteringHangsSec_ = 0;
     bool meteringRefuses_ = false;
+    std::int64_t meteringHeldUpUntilMs_ = 0; // by a transfer that began at the last moment
     bool powerWasCut_ = false;
     std::pmr::vector<std::pair<std::pmr::string, int>> settings_;
     std::pmr::string applianceMemory_; // empty before the first life's end

@@ -880,11 +880,12 @@ void Judge::calm(int micomLevel) {
                                                                  std::to_string(micomLevel));
 }
 
-void Judge::terminated(const std::string &leftThreads, std::int64_t tookMs, bool wasHeldUp,
-                       bool leaks) {
-    if (!leftThreads.empty())
-        broken("after terminate no thread is left", leftThreads);
-    if (leaks)
+void Judge::terminated(const Remains &remains, std::int64_t tookMs, bool wasHeldUp) {
+    if (!remains.threads.empty())
+        broken("after terminate no thread is left", remains.threads);
+    if (remains.locks != 0)
+        broken("after terminate no lock is left", std::to_string(remains.locks) + " are");
+    if (remains.leaks)
         broken("after terminate no memory is left", "the leak checker has told what is");
     if (tookMs > 3 * kPassesMs && !wasHeldUp)
         broken("a worker notices its stop within one second",

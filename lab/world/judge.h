@@ -63,10 +63,14 @@ public:
     void tick();
     /* All has been well for long enough that all must be right. */
     void calm(int micomLevel);
-    /* wasHeldUp: by a database or a metering service in trouble. leaks: memory is left; known only
-     * to a build that looks for it. */
-    void terminated(const std::string &leftThreads, std::int64_t tookMs, bool wasHeldUp = false,
-                    bool leaks = false);
+    /* What a clean end has left behind, which must be nothing. */
+    struct Remains {
+        std::string threads; // what each was doing
+        int locks = 0;
+        bool leaks = false; // memory; known only to a build that looks for it
+    };
+    /* wasHeldUp: by a database or a metering service in trouble. */
+    void terminated(const Remains &remains, std::int64_t tookMs, bool wasHeldUp);
 
     /* Whether the service may be caught in inserting an event: the database failed while the order
      * emptied the table, and so the old row is still in the way. */

@@ -39,4 +39,13 @@ std::thread startService() {
     });
 }
 
+Judge::Remains finishTime() {
+    const virtualtime::Summary summary = virtualtime::finish();
+    Judge::Remains remains;
+    for (const std::string &thread : summary.leakedThreads)
+        remains.threads += (remains.threads.empty() ? "" : "; ") + thread;
+    remains.locks = summary.locksHeld;
+    return remains;
+}
+
 } // namespace corvane::lab

@@ -1,11 +1,12 @@
 /*
- * What every life of the service begins with, in a world drawn from a seed and in the house of a
- * scenario alike.
+ * What every life of the service begins and ends with, in a world drawn from a seed and in the
+ * house of a scenario alike.
  */
 #ifndef CORVANE_LAB_LIFE_H
 #define CORVANE_LAB_LIFE_H
 
 #include "disk.h"
+#include "judge.h"
 
 #include <thread>
 
@@ -19,6 +20,9 @@ void silenceOutput();
 
 /* The service's main loop, in virtual time that has been started; ends with the service. */
 [[nodiscard]] std::thread startService();
+
+/* Ends virtual time after a clean end, when all threads should have ended. */
+[[nodiscard]] Judge::Remains finishTime();
 
 } // namespace corvane::lab
 

@@ -392,18 +392,13 @@ void World::terminate() {
     pastMs_ = nowMs();
     life_->runs = false;
     life_->otherProcess.reset();
-    const virtualtime::Summary summary = virtualtime::finish();
-    std::string threads;
-    for (const std::string &thread : summary.leakedThreads)
-        threads += (threads.empty() ? "" : "; ") + thread;
-    if (summary.locksHeld != 0)
-        broken("after terminate no lock is left", std::to_string(summary.locksHeld) + " are");
+    Judge::Remains remains = finishTime();
     // The checker does not look into shared memory, where this life is kept.
     [[maybe_unused]] static const InLife *volatile present = nullptr;
     present = life_;
-    const bool leaks =
+    remains.leaks =
         __lsan_do_recoverable_leak_check != nullptr && __lsan_do_recoverable_leak_check() != 0;
-    judge_.terminated(threads, took, isHeldUp, leaks);
+    judge_.terminated(remains, took, isHeldUp);
 }
 
 bool World::endLife() {
@@ -635,7 +630,9 @@ bool World::waitAsRemote(int number, std::int64_t untilMs) {
     std::unique_lock lock(life_->mutex);
     while (nowMs() < untilMs && !life_->remotesEnd) // the board may be suspended meanwhile
         life_->remoteWakes.wait_for(lock, std::chrono::milliseconds(untilMs - nowMs()));
-    return !life_->remotesEnd && !isCalm_;
+    const bool goesOn = !life_->remotesEnd && !isCalm_;
+    remoteDueMs_[number] = goesOn ? untilMs : kNever;
+    return goesOn;
 }
 
 std::int64_t World::request(Draws &draws) {

@@ -184,12 +184,16 @@ TEST_F(JudgeTest, OverrideThatIsNotCommandedIsBroken) {
     expectBroken([&] { pass(4); }, "switched on the display");
 }
 
-TEST_F(JudgeTest, ThreadLeftAfterTerminateIsBroken) {
-    expectBroken([&] { judge.terminated("thread 3", 500, false, false); }, "no thread is left");
-    expectBroken([&] { judge.terminated("", 60'000, false, false); }, "within one second");
-    expectBroken([&] { judge.terminated("", 1'000, false, true); }, "no memory is left");
-    EXPECT_NO_THROW(judge.terminated("", 1'000, false, false));
-    EXPECT_NO_THROW(judge.terminated("", 60'000, true, false));
+TEST_F(JudgeTest, WhatIsLeftAfterTerminateIsBroken) {
+    const Judge::Remains thread{"thread 3", 0, false};
+    const Judge::Remains lock{"", 1, false};
+    const Judge::Remains memory{"", 0, true};
+    expectBroken([&] { judge.terminated(thread, 500, false); }, "no thread is left");
+    expectBroken([&] { judge.terminated(lock, 500, false); }, "no lock is left");
+    expectBroken([&] { judge.terminated(memory, 500, false); }, "no memory is left");
+    expectBroken([&] { judge.terminated({}, 60'000, false); }, "within one second");
+    EXPECT_NO_THROW(judge.terminated({}, 60'000, true));
+    EXPECT_NO_THROW(judge.terminated({}, 1'000, false));
 }
 
 TEST_F(JudgeTest, PruningBeforeAnotherLimitThanSixMonthsIsBroken) {
