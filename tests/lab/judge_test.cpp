@@ -3,6 +3,10 @@
  */
 #include "judge.h"
 
+#include "disk.h"
+#include "life.h"
+#include "storage.h"
+
 #include <gmock/gmock.h>
 
 #include <stdexcept>
@@ -60,16 +64,18 @@ protected:
 
     std::int64_t now = 0;
     std::string level = "SET_SMARTGRID_LEVEL_NORMAL";
+    std::uint64_t failures = 0; // of the database
+    bool hasTables = false;
     Judge judge;
 
 private:
     std::int64_t nowMs() const override { return now; }
     std::int64_t utcMs() const override { return kNoonMs + now; }
-    std::uint64_t storeFailures() const override { return 0; }
+    std::uint64_t storeFailures() const override { return failures; }
     std::uint64_t unsureCommits() const override { return 0; }
     bool isStoreTroubled() const override { return false; }
     bool isMeteringTroubled() const override { return false; }
-    bool canLookInto(const std::string &) const override { return false; }
+    bool canLookInto(const std::string &) const override { return hasTables; }
     bool isWifiConnected() const override { return true; }
     void broken(const std::string &rule, const std::string &what) override {
         throw std::runtime_error(rule + ": " + what);
@@ -209,6 +215,109 @@ TEST_F(JudgeTest, GateThatStaysShutIsBroken) {
     judge.lifeEnds(EndOfLife::Terminate);
     judge.lifeBegins(*this, 0, 0, 0, 0);
     expectBroken([&] { pass(60); }, "controllers are built");
+}
+
+/* With the service's tables, which the judge reads. */
+class JudgeOfTables : public JudgeTest {
+protected:
+    JudgeOfTables() { hasTables = true; }
+    void SetUp() override {
+        corvane::lab::preparePlatform(disk);
+        fakes::storage::execute("corvane.db", "CREATE TABLE dr_usage_table(rowid INTEGER PRIMARY "
+                                              "KEY, drlcLevel, duration, drlcStartTime)");
+        fakes::storage::execute("corvane.db", "CREATE TABLE defrost_usage_table(id, description, "
+                                              "startTime, endTime, period)");
+        fakes::storage::execute("usage.db", "CREATE TABLE power_usage_table(date, power_usage)");
+        JudgeTest::SetUp();
+    }
+    void TearDown() override { fakes::storage::unmount(); }
+
+    /* Level 2 from 12:30 to 13:30. */
+    void order() {
+        const std::string sql = "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, "
+                                "drlcStartTime) values('0', '2', '01:00:00', "
+                                "'2026-07-31T12:30:00');";
+        see(Kind::Request, "ControlDRLC(2, 01:00:00, 12:30:00)");
+        see(Kind::Sql, sql);
+        fakes::storage::execute("corvane.db", sql);
+        see(Kind::Notification, "SendDefrostBlockNotify(1)");
+        see(Kind::Request, "ControlDRLC -> 1");
+        pass(1);
+    }
+    void switchDefrostDelayOn() {
+        see(Kind::Request, "SetDelayDefrost(1)");
+        see(Kind::Sql, "SELECT * FROM dr_usage_table ORDER BY rowid DESC LIMIT 1");
+        failures += failsNow ? 1 : 0;
+        set("db/corvane/defrost/status", "1");
+        see(Kind::Notification, "SendDelayDefrostNotify(true)");
+        see(Kind::Request, "SetDelayDefrost -> 1");
+    }
+    void openHour() {
+        const std::string sql = "INSERT INTO power_usage_table (date, power_usage) "
+                                "values('2026073112', '0');";
+        see(Kind::Sql, "SELECT * FROM power_usage_table WHERE date = '2026073112'");
+        failures += failsNow ? 1 : 0;
+        see(Kind::Sql, sql);
+        fakes::storage::execute("usage.db", sql);
+        pass(5);
+    }
+
+    corvane::lab::Disk disk{1};
+    bool failsNow = false; // the statement that is seen next
+};
+
+TEST_F(JudgeOfTables, DefrostDelayBesideAnEventIsBroken) {
+    order();
+    failures = 1; // long before
+    pass(30);
+    switchDefrostDelayOn();
+    expectBroken([&] { pass(10); }, "defrost delay is off while an event is stored");
+}
+
+TEST_F(JudgeOfTables, DefrostDelaySwitchedOnByALookThatFailedIsExplained) {
+    order();
+    failsNow = true;
+    switchDefrostDelayOn();
+    EXPECT_NO_THROW(pass(30));
+}
+
+TEST_F(JudgeOfTables, SecondRowForAnHourIsBrokenUnlessTheLookForItFailed) {
+    openHour();
+    failsNow = true;
+    EXPECT_NO_THROW(openHour());
+    fakes::storage::execute("usage.db", "UPDATE power_usage_table SET date = '2026073111'");
+    failsNow = false;
+    expectBroken([&] { openHour(); }, "one row for an hour");
+}
+
+TEST_F(JudgeOfTables, IsNotQuietWhileSomethingIsUnderWay) {
+    EXPECT_FALSE(judge.isQuiet()) << "a minute's first seconds have their rules";
+    pass(20);
+    EXPECT_TRUE(judge.isQuiet());
+    see(Kind::Log, "REPORT] callback Energy from Micom");
+    EXPECT_FALSE(judge.isQuiet()) << "a cycle is to follow";
+    see(Kind::Log, "REPORT] [UTC]currentTime : x");
+    EXPECT_FALSE(judge.isQuiet()) << "it was just now";
+    pass(3);
+    EXPECT_TRUE(judge.isQuiet());
+    set("db/corvane/dr/micom_override", "1");
+    EXPECT_FALSE(judge.isQuiet()) << "a command is to follow";
+}
+
+TEST_F(JudgeOfTables, KnowsWhenAnEventOrAWindowBeginsOrEnds) {
+    order();
+    now = 1'790'250; // 12:29:50.250
+    EXPECT_EQ(judge.untilEdgeMs(), 9'750);
+    now += 9'751;
+    EXPECT_EQ(judge.untilEdgeMs(), 3'600'000 - 1);
+    fakes::storage::execute("corvane.db",
+                            "INSERT INTO defrost_usage_table VALUES('2', 'x', "
+                            "'0000-05-01T12:40:00', '0000-10-31T00:00:00', '00:10:00')");
+    see(Kind::Sql, "CREATE TABLE IF NOT EXISTS defrost_usage_table"); // it is read anew
+    command("SET_SMARTGRID_LEVEL2");
+    level = "SET_SMARTGRID_LEVEL2";
+    pass(1);
+    EXPECT_EQ(judge.untilEdgeMs(), 600'000 - 1'001);
 }
 
 } // namespace
