@@ -1,7 +1,7 @@
 # Run by ctest before the tests: each suite of a gtest program becomes a test of ctest. A process a
 # suite rather than a test, since under a sanitizer starting one takes longer than most tests do.
 #
-# In: program, prefix, label.
+# In: program, prefix, label, properties.
 execute_process(COMMAND ${program} --gtest_list_tests OUTPUT_VARIABLE list RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "${program} --gtest_list_tests ended with ${status}")
@@ -16,7 +16,7 @@ foreach(line ${lines})
     set(suite ${CMAKE_MATCH_1})
     add_test("${prefix}${suite}" ${program} "--gtest_filter=${suite}.*" --gtest_brief=1)
     set_tests_properties("${prefix}${suite}" PROPERTIES
-      LABELS ${label} TIMEOUT 600 PROCESSORS 1)
+      LABELS ${label} TIMEOUT 600 PROCESSORS 1 ${properties})
     math(EXPR count "${count} + 1")
   endif()
 endforeach()
