@@ -194,6 +194,7 @@ void DefrostDelay::initSchedules() {
 std::vector<scheduleRecord> DefrostDelay::getSchedules() {
     std::lock_guard<std::mutex> lock(mutex);
     std::vector<scheduleRecord> copies;
+    copies.reserve(schedules.size());
     for (const auto &schedule : schedules) {
         copies.push_back(*schedule);
     }
@@ -248,26 +249,23 @@ void DefrostDelay::_run() {
         const TimePoint now = std::chrono::system_clock::now();
         const tm local = toLocal(std::chrono::system_clock::to_time_t(now));
         const std::vector<scheduleRecord> reservations = getSchedules();
-        scheduleRecord current;
-        for (const scheduleRecord &reservation : reservations) {
-            if (_checkSchedule(reservation.startTime, reservation.endTime, reservation.period)) {
-                current = reservation;
-                break;
+        const auto current =
+            std::find_if(reservations.begin(), reservations.end(), [this](const auto &reservation) {
+                return _checkSchedule(reservation.startTime, reservation.endTime,
+                                      reservation.period);
+            });
+        if (current != reservations.end()) {
+            if (current->id != lastId) {
+                lastId = current->id;
+                _logMatch(*current, local);
             }
-        }
-        if (!current.startTime.empty() && current.id != lastId) {
-            lastId = current.id;
-            _logMatch(current, local);
-        }
-        if (!reservations.empty() && current.startTime.empty()) {
-            LOG(DLOG_DEBUG, "Nothing Maching!!");
-            continue; // deliberate: the ten-minute repeat is left out as well
-        }
-        if (!reservations.empty()) {
             // Deliberate: keyed to the minute that has ended. It therefore comes at minutes 01, 11,
             // 21 and so on.
             const bool periodicLog = lastTick != local.tm_min && lastTick % 10 == 0;
-            _updateActive(current, now, local, periodicLog);
+            _updateActive(*current, now, local, periodicLog);
+        } else if (!reservations.empty()) {
+            LOG(DLOG_DEBUG, "Nothing Maching!!");
+            continue; // deliberate: the ten-minute repeat is left out as well
         }
         _resendEachTenMinutes(local.tm_min);
     }

@@ -29,19 +29,24 @@ inline const char *baseName(const char *path) {
 /** Writes one line in both forms. format and its arguments are printf()'s. Any thread. */
 __attribute__((format(printf, 5, 6))) inline void
 logLine(int priority, const char *file, const char *function, int line, const char *format, ...) {
+    char text[256] = "";
+    std::string longText; // of a line that does not fit
+    const char *message = text;
     va_list arguments;
     va_start(arguments, format);
-    va_list counted;
-    va_copy(counted, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, counted);
-    va_end(counted);
-    std::string message(length > 0 ? static_cast<size_t>(length) : 0, '\0');
-    std::vsnprintf(message.data(), message.size() + 1, format, arguments);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
+    if (length >= static_cast<int>(sizeof text)) {
+        longText.resize(static_cast<size_t>(length));
+        va_start(arguments, format);
+        std::vsnprintf(longText.data(), longText.size() + 1, format, arguments);
+        va_end(arguments);
+        message = longText.c_str();
+    }
 
     __dlog_print(LOG_ID_MAIN, priority, "corvane", "%s: %s(%d) > %s", file, function, line,
-                 message.c_str());
-    std::printf("[%s:%d] %s\n", function, line, message.c_str());
+                 message);
+    std::printf("[%s:%d] %s\n", function, line, message);
 }
 
 } // namespace Corvane

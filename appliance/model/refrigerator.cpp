@@ -83,6 +83,13 @@ Refrigerator::Refrigerator(std::uint64_t seed, TimeMs now, const Parameters &par
     defrost_.restore(settled);
 }
 
+Refrigerator::Refrigerator(std::uint64_t seed, const RefrigeratorMemory &memory,
+                           const Parameters &parameters)
+    : parameters_(parameters), seed_(seed), household_(seed), cabinet_(parameters),
+      defrost_(parameters) {
+    restore(memory);
+}
+
 // --- Life in steps
 
 void Refrigerator::advance(TimeMs now) {

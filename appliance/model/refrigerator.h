@@ -115,6 +115,9 @@ class Refrigerator {
 public:
     /* Begins at `now` in a settled state, at a place of its cycle drawn from `seed`. */
     Refrigerator(std::uint64_t seed, TimeMs now, const Parameters &parameters = {});
+    /* Goes on from what restore() takes, without the time that settling takes. */
+    Refrigerator(std::uint64_t seed, const RefrigeratorMemory &memory,
+                 const Parameters &parameters = {});
 
     /*
      * Lives up to `now`, in any number of steps and of any length: two runs with the same orders at

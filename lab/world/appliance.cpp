@@ -15,11 +15,12 @@ constexpr std::int64_t kLongestWaitMs = 15'000; // of a slow Micom
 } // namespace
 
 Appliance::Appliance(std::uint64_t seed, ApplianceMemory &memory, std::int64_t nowMs)
-    : memory_(memory), refrigerator_(seed, nowMs), micom_(refrigerator_, seed, nowMs),
-      board_(refrigerator_), metering_(seed) {
+    : memory_(memory),
+      refrigerator_(memory.isSettled ? appliance::Refrigerator(seed, memory.refrigerator)
+                                     : appliance::Refrigerator(seed, nowMs)),
+      micom_(refrigerator_, seed, nowMs), board_(refrigerator_), metering_(seed) {
     if (!memory.isSettled)
         return;
-    refrigerator_.restore(memory.refrigerator);
     micom_.restore(memory.micom);
     micom_.setFaults(memory.faults);
     for (const auto &command : memory.heard) {

@@ -7,6 +7,7 @@
 #include "storage.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -39,9 +40,15 @@ constexpr std::int64_t kPassesMs = 2'500;
 /* Construction of all controllers from the moment that the gate may open. */
 constexpr std::int64_t kGateMs = 12'000;
 constexpr std::int64_t kTaskMs = 1'050; // deferred tasks sleep a second and are 50 ms apart
+/* Every hour, every repeat and every change of clocks begins at a multiple of it in UTC. */
+constexpr std::int64_t kMarkMs = 300'000;
 constexpr std::int64_t kDecember2015Sec = 1'448'928'000;
 constexpr int kCounterWrap = 1'000'000;
 constexpr int kCountsPerUnit = 10'000;
+
+std::int64_t sinceMark(std::int64_t utcMs) {
+    return ((utcMs % kMarkMs) + kMarkMs) % kMarkMs; // also before 1970
+}
 
 enum Table { kNoTable, kDrTable, kDefrostTable, kPowerTable };
 
@@ -53,8 +60,8 @@ Table tableOf(const std::string &sql) {
     return sql.find("power_usage_table") != sql.npos ? kPowerTable : kNoTable;
 }
 
-bool startsWith(const std::string &text, std::string_view start) {
-    return std::string_view(text).substr(0, start.size()) == start;
+bool startsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
 }
 
 /* The texts between quotes. */
@@ -70,15 +77,23 @@ std::vector<std::string> valuesOf(const std::string &sql) {
     return values;
 }
 
-int numberIn(const std::string &text) {
+/* The first number, or 0. */
+int numberIn(std::string_view text) {
     const std::size_t at = text.find_first_of("-0123456789");
-    return at == text.npos ? 0 : std::atoi(text.c_str() + at);
+    int number = 0;
+    if (at != text.npos)
+        std::from_chars(text.data() + at, text.data() + text.size(), number);
+    return number;
 }
 
-std::int64_t lengthMs(const std::string &text) {
-    int hours = 0, minutes = 0, seconds = 0;
-    std::sscanf(text.c_str(), "%2d:%2d:%2d", &hours, &minutes, &seconds);
-    return ((hours * 60 + minutes) * 60 + seconds) * std::int64_t{1000};
+/* "HH:MM:SS"; what is not there counts as 0. */
+std::int64_t lengthMs(std::string_view text) {
+    std::int64_t parts[3] = {};
+    for (std::int64_t &part : parts) {
+        std::from_chars(text.data(), text.data() + std::min<std::size_t>(2, text.size()), part);
+        text.remove_prefix(std::min<std::size_t>(3, text.size()));
+    }
+    return ((parts[0] * 60 + parts[1]) * 60 + parts[2]) * 1000;
 }
 
 std::int64_t utcTextMs(const std::string &text) {
@@ -122,6 +137,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     drSinceMs_ = defrostSinceMs_ = reportSinceMs_ = -1;
     clockTouchedMs_ = now;
     storeFailuresSeen_ = 0;
+    unsureSeen_ = eyes.unsureCommits();
     storeFailedMs_ = now - 1'000'000;
     handling_.clear();
     orderInserted_ = false;
@@ -155,9 +171,15 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
         bothSinceMs_ = levelLeftSinceMs_ = overrideWrongSinceMs_ = energyWrongSinceMs_ = -1;
 }
 
-void Judge::lifeEnds(EndOfLife) {
-    if (startsWith(std::string(handling_), "ControlDRLC(") && orderInserted_)
+void Judge::lifeEnds(EndOfLife end) {
+    if (startsWith(handling_, "ControlDRLC(") && orderInserted_)
         bothExplained_ = true; // defrost delay may not have been switched off
+    if (end == EndOfLife::PowerCut && isCounterUnsure_) {
+        for (const std::pmr::string &hour : unsureHours_)
+            hours_.erase(hour);
+        counterKnown_ = false;
+        setCounterSure();
+    }
 }
 
 void Judge::see(const Entry &entry) {
@@ -186,7 +208,7 @@ void Judge::see(const Entry &entry) {
 }
 
 bool Judge::explainsEndlessInsert() const {
-    return sqlTable_ == kDrTable && startsWith(std::string(handling_), "ControlDRLC(") &&
+    return sqlTable_ == kDrTable && startsWith(handling_, "ControlDRLC(") &&
            eyes_->storeFailures() != failuresAtRequest_;
 }
 
@@ -195,7 +217,7 @@ void Judge::clockWasTouched() {
     gateOpenMs_ = -1;
 }
 
-void Judge::seeLog(const std::string &text) {
+void Judge::seeLog(std::string_view text) {
     const std::int64_t now = eyes_->nowMs();
     const bool isFirst = text == "start DefrostDelay Thread!!";
     if (isFirst && (!eyes_->isWifiConnected() || (eyes_->utcMs() < kDecember2015Sec * 1000 &&
@@ -273,8 +295,8 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
         enableUnannounced_ = true;
         // The handler has asked for a stored event, and could not learn of one.
         const bool isBlind = drSinceMs_ < 0 || eyes_->storeFailures() != failuresAtRequest_;
-        bothExplained_ = bothExplained_ || (number == 1 && isBlind &&
-                                            startsWith(std::string(handling_), "SetDelayDefrost("));
+        bothExplained_ =
+            bothExplained_ || (number == 1 && isBlind && startsWith(handling_, "SetDelayDefrost("));
     } else if (key == kActiveKey) {
         activeKey_ = number;
         // Switched off between the worker's look at "enabled" and its setting of "active".
@@ -342,8 +364,8 @@ void Judge::seeLevelCommand(int level) {
     if (level > 0)
         isRight = isRight || begins(event_) || begins(inserted_) || (isOrder && begins(replaced_));
     else if (!isRight) {
-        isRight = startsWith(std::string(handling_), "ControlDRLC(0") || isOver(event_) ||
-                  isOver(inserted_) || (isOrder && isOver(replaced_));
+        isRight = startsWith(handling_, "ControlDRLC(0") || isOver(event_) || isOver(inserted_) ||
+                  (isOrder && isOver(replaced_));
         if (!isRight && zeroEchoes_ > 0) {
             --zeroEchoes_;
             isRight = true;
@@ -389,12 +411,17 @@ void Judge::seeNotification(const std::string &text) {
     }
 }
 
-void Judge::noticeStoreFailures() {
+bool Judge::noticeStoreFailures() {
     const std::uint64_t failures = eyes_->storeFailures();
     if (failures == storeFailuresSeen_)
-        return;
+        return false;
     storeFailuresSeen_ = failures;
     storeFailedMs_ = eyes_->nowMs();
+    doubtTable();
+    return true;
+}
+
+void Judge::doubtTable() {
     eventDoubtful_ = eventDoubtful_ || sqlTable_ == kDrTable || sqlTable_ == kNoTable;
     reservationsDoubtful_ =
         reservationsDoubtful_ || sqlTable_ == kDefrostTable || sqlTable_ == kNoTable;
@@ -402,18 +429,25 @@ void Judge::noticeStoreFailures() {
 }
 
 void Judge::seeSql(const std::string &sql) {
-    noticeStoreFailures();
+    const bool hasFailed = noticeStoreFailures();
     sqlTable_ = tableOf(sql);
-    if (sqlTable_ == kPowerTable && sql.find("WHERE date = '") != sql.npos)
+    if (hasFailed) // perhaps only now, when its file was opened
+        doubtTable();
+    const bool isUnsure = unsureSeen_ != eyes_->unsureCommits();
+    unsureSeen_ = eyes_->unsureCommits();
+    if (startsWith(sql, "SELECT * FROM power_usage_table WHERE date = '")) {
         failuresAtLook_ = eyes_->storeFailures();
+        isLookUnsure_ = isUnsure; // a connection's first statement
+    }
     const bool isInsert = startsWith(sql, "INSERT");
     const bool isDelete = startsWith(sql, "DELETE");
-    if (!isInsert && !isDelete && !startsWith(sql, "UPDATE") && !startsWith(sql, "CREATE"))
+    const bool isUpdate = startsWith(sql, "UPDATE");
+    if (!isInsert && !isDelete && !isUpdate && !startsWith(sql, "CREATE"))
         return;
     if (sqlTable_ == kDrTable) {
         eventDirty_ = true;
-        const bool isOrder = startsWith(std::string(handling_), "ControlDRLC(") &&
-                             !startsWith(std::string(handling_), "ControlDRLC(0");
+        const bool isOrder =
+            startsWith(handling_, "ControlDRLC(") && !startsWith(handling_, "ControlDRLC(0");
         if (isInsert) {
             const auto values = valuesOf(sql);
             const std::int64_t start = utcTextMs(values[3]);
@@ -439,10 +473,16 @@ void Judge::seeSql(const std::string &sql) {
         }
     } else if (sqlTable_ == kPowerTable) {
         hoursDirty_ = true;
-        if (startsWith(sql, "UPDATE"))
+        if (isUpdate)
             storesDue_ = std::max(0, storesDue_ - 1);
         if (isInsert && eyes_->storeFailures() != failuresAtLook_)
             doubledHours_.emplace(valuesOf(sql)[0]); // it may be there already
+        if (isInsert && isLookUnsure_)
+            unsureHours_.emplace(valuesOf(sql)[0]);
+        if ((isInsert || isUpdate) && isLookUnsure_)
+            isCounterUnsure_ = true;
+        else if (isInsert || isUpdate)
+            setCounterSure(); // this commit makes those before it sure too
         if (isDelete)
             hourDeletions_.emplace_back(sql.substr(sql.find("date ") + 5));
         if (sql.find("date < ") != sql.npos) {
@@ -451,6 +491,11 @@ void Judge::seeSql(const std::string &sql) {
             isPruneDue_ = false;
         }
     }
+}
+
+void Judge::setCounterSure() {
+    isCounterUnsure_ = false;
+    unsureHours_.clear();
 }
 
 void Judge::compareWithOrder(const std::string &duration, const std::string &start) {
@@ -518,8 +563,7 @@ void Judge::answered(const std::string &command, int answer) {
             acknowledged_ = inserted_;
         if (!orderInserted_)
             eventLost_ = false; // cancelled: the block is cleared
-        if (orderInserted_ && isClean && !startsWith(std::string(handling_), "ControlDRLC(0") &&
-            drSinceMs_ < 0)
+        if (orderInserted_ && isClean && !startsWith(handling_, "ControlDRLC(0") && drSinceMs_ < 0)
             broken("a handler without controller answers 0", std::string(handling_));
     }
     levelAtAnswer_ = notifiedLevel_;
@@ -697,12 +741,11 @@ bool Judge::isQuiet() const {
                             hoursDirty_ || storesDue_ > 0 || cyclesDue_ > 0 ||
                             displayOverride_ != -1 || isPruneDue_ || levelUnannounced_ ||
                             enableUnannounced_ || overrideUnannounced_;
-    // The last repeat of a minute is judged when a few seconds of it have passed.
-    const std::int64_t ofMinute = eyes_->utcMs() % 60'000;
-    const std::int64_t lastMs = std::max({clockTouchedMs_, storeFailedMs_, echoMs_, orderEndedMs_,
-                                          lastCycleMs_, commandedMs_, heldCommandMs_});
+    const std::int64_t lastMs = std::max(
+        {clockTouchedMs_, storeFailedMs_, echoMs_, orderEndedMs_, commandedMs_, heldCommandMs_});
+    // A repeat is judged when a few seconds have passed since it was due.
     return drSinceMs_ >= 0 && defrostSinceMs_ >= 0 && reportSinceMs_ >= 0 && !isUnderWay &&
-           ofMinute > 2 * kPassesMs && now - lastMs > kPassesMs &&
+           sinceMark(eyes_->utcMs()) > 2 * kPassesMs && now - lastMs > kPassesMs &&
            std::all_of(std::begin(sinces), std::end(sinces),
                        [](std::int64_t since) { return since < 0; });
 }
@@ -710,7 +753,7 @@ bool Judge::isQuiet() const {
 std::int64_t Judge::untilEdgeMs() const {
     constexpr std::int64_t kDayMs = 86'400'000;
     const std::int64_t utc = eyes_->utcMs();
-    std::int64_t until = kDayMs;
+    std::int64_t until = kMarkMs - sinceMark(utc);
     if (event_) {
         for (const std::int64_t edge : {event_->startMs, event_->endMs})
             until = edge >= utc ? std::min(until, edge - utc) : until;
@@ -721,8 +764,8 @@ std::int64_t Judge::untilEdgeMs() const {
     const std::int64_t ofDay =
         ((local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec) * std::int64_t{1000} + utc % 1000;
     for (const auto &[id, reservation] : reservations_) {
-        const std::int64_t start = lengthMs(std::string(reservation.startTime.substr(11)));
-        for (const std::int64_t edge : {start, start + lengthMs(std::string(reservation.period))})
+        const std::int64_t start = lengthMs(std::string_view(reservation.startTime).substr(11));
+        for (const std::int64_t edge : {start, start + lengthMs(reservation.period)})
             until = std::min(until, ((edge - ofDay) % kDayMs + kDayMs) % kDayMs);
     }
     return until;

@@ -22,6 +22,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -78,8 +79,8 @@ public:
 
     /* Nothing is under way that a rule waits for. */
     bool isQuiet() const;
-    /* Until an event or a window begins or ends; true within the present minute, since clocks are
-     * changed at full ones. */
+    /* Until an event or a window begins or ends, an hour does, or a repeat is due. Hours, repeats
+     * and changes of clocks come at full five minutes, whatever the zone. */
     std::int64_t untilEdgeMs() const;
 
     std::uint64_t steps() const { return steps_; }
@@ -97,7 +98,7 @@ private:
     };
 
     // What is seen, by kind.
-    void seeLog(const std::string &text);
+    void seeLog(std::string_view text);
     void seeSetting(const std::string &key, const std::string &value);
     void seeCommand(const std::string &command);
     void seeLevelCommand(int level);
@@ -117,7 +118,10 @@ private:
     void checkGate();
 
     void checkTaskPause(std::int64_t beforeMs) const;
-    void noticeStoreFailures();
+    /* Whether there are new ones. */
+    bool noticeStoreFailures();
+    void doubtTable(); // the last statement's
+    void setCounterSure();
     void readTables();
     void readEvent();
     void readReservations();
@@ -192,6 +196,10 @@ private:
     std::pmr::set<std::pmr::string> hours_;
     std::pmr::set<std::pmr::string> doubledHours_; // whose look for a row failed
     std::uint64_t failuresAtLook_ = 0;
+    std::uint64_t unsureSeen_ = 0;
+    bool isLookUnsure_ = false;                   // the connection that looked for the hour's row
+    std::pmr::set<std::pmr::string> unsureHours_; // that a power cut may take back
+    bool isCounterUnsure_ = false;                // likewise
     std::pmr::vector<std::pmr::string> hourDeletions_;
     std::pmr::string keptFrom_; // rows before it are to be gone
     std::int64_t keptFromMs_ = 0;

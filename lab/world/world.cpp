@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <thread>
@@ -42,7 +43,20 @@ constexpr int kBroken = 3;         // exit status of a life
 constexpr const char *kZones[] = {"UTC",        "Europe/Berlin",    "America/New_York",
                                   "Asia/Seoul", "Pacific/Auckland", "Australia/Lord_Howe"};
 
-constexpr std::uint64_t kHashFactor = 0x100000001b3U;
+std::uint64_t hashed(std::uint64_t hash, std::uint64_t word) {
+    hash = (hash ^ word) * 0x9e3779b97f4a7c15U;
+    return hash ^ (hash >> 32); // a product's upper bits know of all bits below
+}
+
+std::uint64_t hashed(std::uint64_t hash, std::string_view text) {
+    hash = hashed(hash, text.size());
+    for (std::size_t at = 0; at < text.size(); at += sizeof hash) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, text.data() + at, std::min(sizeof word, text.size() - at));
+        hash = hashed(hash, word);
+    }
+    return hash;
+}
 
 std::string utcText(std::int64_t utcMs) { return virtualtime::formatUtc(utcMs * 1'000'000); }
 
@@ -90,9 +104,8 @@ std::int64_t World::utcMs() const { return weather_.startSec * kSecMs + nowMs() 
 void World::trace(std::string_view line, bool isKept) {
     const std::int64_t times[] = {nowMs(), utcMs()};
     for (const std::int64_t time : times)
-        hash_ = (hash_ ^ static_cast<std::uint64_t>(time)) * kHashFactor;
-    for (const char character : line)
-        hash_ = (hash_ ^ static_cast<unsigned char>(character)) * kHashFactor;
+        hash_ = hashed(hash_, static_cast<std::uint64_t>(time));
+    hash_ = hashed(hash_, line);
     if (setup_.printsTrace && life_ != nullptr)
         dprintf(life_->realOutput, "%s\n", lineText(times[0], times[1], line).c_str());
     if (!isKept)
@@ -340,11 +353,9 @@ void World::waitUntil(std::int64_t timeMs) {
 void World::suspend() {
     constexpr std::int64_t kWakesBeforeMs = kSecMs;
     constexpr std::int64_t kLeastMs = 3 * kSecMs;
-    constexpr std::int64_t kMinuteMs = 60 * kSecMs;
-    const std::int64_t ofMinute = ((utcMs() % kMinuteMs) + kMinuteMs) % kMinuteMs;
     if (!judge_.isQuiet() || isStoreTroubled())
         return;
-    std::int64_t forMs = std::min(kMinuteMs - ofMinute, judge_.untilEdgeMs());
+    std::int64_t forMs = judge_.untilEdgeMs();
     for (int actor = 0; actor < kActors; ++actor) {
         if (actor != kJudgeTick)
             forMs = std::min(forMs, nextMs_[actor] - nowMs());
@@ -570,9 +581,14 @@ void World::troubleDatabase() {
 
 void World::troubleMetering() {
     planNext(kMeteringTrouble, weather_.meteringHours);
-    const double hangs[] = {0, draws_.between(0, 5),
-                            draws_.between(5, static_cast<double>(kLongestHangMs) / 1000)};
+    constexpr double kLongHangSec = 5;
+    constexpr std::int64_t kHangsForMs = 2 * kHourMs; // cycles pile up meanwhile, one a minute
+    const double hangs[] = {
+        0, draws_.between(0, kLongHangSec),
+        draws_.between(kLongHangSec, static_cast<double>(kLongestHangMs) / 1000)};
     const double sec = draws_.oneOf(hangs);
+    if (sec > kLongHangSec)
+        nextMs_[kMeteringTrouble] = std::min(nextMs_[kMeteringTrouble], nowMs() + kHangsForMs);
     fakes::metering::hangTransfers(sec);
     fakes::metering::failTransfers(draws_.chance(0.5) ? draws_.whole(1, 100) : 0);
     // A transfer that begins at the last moment hangs on.

@@ -39,22 +39,28 @@ Line takeApart(int buffer, int priority, const char *tag, const std::string &tex
 } // namespace
 
 int __dlog_print(log_id_t log_id, int prio, const char *tag, const char *fmt, ...) {
+    char text[512];
+    std::string longText; // of a line that does not fit
     va_list arguments;
     va_start(arguments, fmt);
-    char *expanded = nullptr;
-    const int length = vasprintf(&expanded, fmt, arguments);
+    const int length = std::vsnprintf(text, sizeof text, fmt, arguments);
     va_end(arguments);
     if (length < 0) {
         return length;
     }
+    if (length >= static_cast<int>(sizeof text)) {
+        longText.resize(static_cast<std::size_t>(length));
+        va_start(arguments, fmt);
+        std::vsnprintf(longText.data(), longText.size() + 1, fmt, arguments);
+        va_end(arguments);
+    }
+    const char *expanded = longText.empty() ? text : longText.c_str();
     if (!fakes::internal::keepsRecords()) {
         const char *arrow = std::strstr(expanded, ") > ");
         fakes::internal::record(fakes::Kind::Log, arrow != nullptr ? arrow + 4 : expanded);
-        std::free(expanded);
         return length;
     }
     Line line = takeApart(log_id, prio, tag, expanded);
-    std::free(expanded);
     fakes::internal::record(fakes::Kind::Log, line.message);
     const std::lock_guard lock(mutex);
     recorded.push_back(std::move(line));

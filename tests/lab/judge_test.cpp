@@ -65,6 +65,7 @@ protected:
     std::int64_t now = 0;
     std::string level = "SET_SMARTGRID_LEVEL_NORMAL";
     std::uint64_t failures = 0; // of the database
+    std::uint64_t unsure = 0;   // connections
     bool hasTables = false;
     Judge judge;
 
@@ -72,7 +73,7 @@ private:
     std::int64_t nowMs() const override { return now; }
     std::int64_t utcMs() const override { return kNoonMs + now; }
     std::uint64_t storeFailures() const override { return failures; }
-    std::uint64_t unsureCommits() const override { return 0; }
+    std::uint64_t unsureCommits() const override { return unsure; }
     bool isStoreTroubled() const override { return false; }
     bool isMeteringTroubled() const override { return false; }
     bool canLookInto(const std::string &) const override { return hasTables; }
@@ -262,6 +263,12 @@ protected:
         pass(5);
     }
 
+    void loseHourInAPowerCut() {
+        judge.lifeEnds(corvane::lab::EndOfLife::PowerCut);
+        fakes::storage::execute("usage.db", "DELETE FROM power_usage_table");
+        JudgeTest::SetUp();
+    }
+
     corvane::lab::Disk disk{1};
     bool failsNow = false; // the statement that is seen next
 };
@@ -292,15 +299,55 @@ TEST_F(JudgeOfTables, SecondRowForAnHourWhoseLookFailedIsExplained) {
     EXPECT_NO_THROW(openHour());
 }
 
+TEST_F(JudgeOfTables, EventThatIsThereBesideBlock0IsBroken) {
+    order();
+    see(Kind::Notification, "SendDefrostBlockNotify(0)");
+    expectBroken([&] { pass(10); }, "the block is 1 exactly while an event is stored");
+}
+
+TEST_F(JudgeOfTables, CancellationWhoseDatabaseCouldNotBeOpenedIsExplained) {
+    order();
+    see(Kind::Sql, "SELECT * FROM power_usage_table ORDER BY date DESC LIMIT 1");
+    see(Kind::Request, "ControlDRLC(0, , )");
+    ++failures; // on the way to the statement that is seen next
+    see(Kind::Sql, "DELETE from dr_usage_table;");
+    see(Kind::Notification, "SendDefrostBlockNotify(0)");
+    see(Kind::Request, "ControlDRLC -> 1");
+    EXPECT_NO_THROW(pass(30));
+}
+
+TEST_F(JudgeOfTables, HourThatIsGoneAfterAPowerCutIsBroken) {
+    openHour();
+    expectBroken([&] { loseHourInAPowerCut(); }, "rows of the last six months stay");
+}
+
+TEST_F(JudgeOfTables, HourOfAConnectionThatCouldNotBeMadeSurerMayGoInAPowerCut) {
+    ++unsure;
+    openHour();
+    EXPECT_NO_THROW(loseHourInAPowerCut());
+}
+
+TEST_F(JudgeOfTables, LaterSureCommitMakesAnHourSure) {
+    ++unsure;
+    openHour();
+    see(Kind::Sql, "SELECT * FROM power_usage_table WHERE date = '2026073112'");
+    see(Kind::Sql, "UPDATE power_usage_table SET power_usage = '1' WHERE date = '2026073112';");
+    pass(1);
+    expectBroken([&] { loseHourInAPowerCut(); }, "rows of the last six months stay");
+}
+
 TEST_F(JudgeOfTables, IsNotQuietWhileSomethingIsUnderWay) {
-    EXPECT_FALSE(judge.isQuiet()) << "a minute's first seconds have their rules";
+    EXPECT_FALSE(judge.isQuiet()) << "the first seconds of a repeat have their rules";
     pass(20);
     EXPECT_TRUE(judge.isQuiet());
     see(Kind::Log, "REPORT] callback Energy from Micom");
     EXPECT_FALSE(judge.isQuiet()) << "a cycle is to follow";
     see(Kind::Log, "REPORT] [UTC]currentTime : x");
-    EXPECT_FALSE(judge.isQuiet()) << "it was just now";
-    pass(3);
+    EXPECT_TRUE(judge.isQuiet());
+    see(Kind::Log, "REPORT] saveValue : 1");
+    EXPECT_FALSE(judge.isQuiet()) << "it is to be stored";
+    see(Kind::Sql, "UPDATE power_usage_table SET power_usage = '1' WHERE date = '2026073112';");
+    pass(1);
     EXPECT_TRUE(judge.isQuiet());
     set("db/corvane/dr/micom_override", "1");
     EXPECT_FALSE(judge.isQuiet()) << "a command is to follow";
@@ -311,15 +358,17 @@ TEST_F(JudgeOfTables, KnowsWhenAnEventOrAWindowBeginsOrEnds) {
     now = 1'790'250; // 12:29:50.250
     EXPECT_EQ(judge.untilEdgeMs(), 9'750);
     now += 9'751;
-    EXPECT_EQ(judge.untilEdgeMs(), 3'600'000 - 1);
+    EXPECT_EQ(judge.untilEdgeMs(), 300'000 - 1) << "a repeat may be due at each full five minutes";
     fakes::storage::execute("corvane.db",
                             "INSERT INTO defrost_usage_table VALUES('2', 'x', "
-                            "'0000-05-01T12:40:00', '0000-10-31T00:00:00', '00:10:00')");
+                            "'0000-05-01T12:31:30', '0000-10-31T00:00:00', '00:00:30')");
     see(Kind::Sql, "CREATE TABLE IF NOT EXISTS defrost_usage_table"); // it is read anew
     command("SET_SMARTGRID_LEVEL2");
     level = "SET_SMARTGRID_LEVEL2";
     pass(1);
-    EXPECT_EQ(judge.untilEdgeMs(), 600'000 - 1'001);
+    EXPECT_EQ(judge.untilEdgeMs(), 90'000 - 1'001);
+    now += 89'000;
+    EXPECT_EQ(judge.untilEdgeMs(), 30'000 - 1);
 }
 
 } // namespace
