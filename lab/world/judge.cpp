@@ -586,15 +586,42 @@ void Judge::answered(const std::string &command, int answer) {
         reservationsDoubtful_ = false;
 }
 
-void Judge::told(const std::string &what, int value) {
+void Judge::told(const std::string &what, const std::string &value) {
+    if (what == "consumption") {
+        const bool canTell = eyes_->canLookInto("usage.db") && !eyes_->isStoreTroubled() &&
+                             failuresAtRequest_ == eyes_->storeFailures() && doubledHours_.empty();
+        if (canTell && value != consumption())
+            broken("the month's and the last month's consumption are what their hours tell",
+                   "told was " + value + " instead of " + consumption());
+        return;
+    }
     const bool isLevel = what == "level";
     const std::optional<int> &reported = isLevel              ? levelAtAnswer_
                                          : what == "override" ? overrideAtAnswer_
                                          : what == "block"    ? blockAtAnswer_
                                                               : enableAtAnswer_;
-    if (value != reported.value_or(0))
+    if (value != std::to_string(reported.value_or(0)))
         broken("a query is answered with what was last reported",
-               what + " " + std::to_string(value) + ", reported was " + optionalText(reported));
+               what + " " + value + ", reported was " + optionalText(reported));
+}
+
+std::string Judge::consumption() const {
+    const std::tm now = utcFields(eyes_->utcMs());
+    const auto growth = [](int year, int month) { // months from 0
+        char sql[120];
+        std::snprintf(sql, sizeof sql,
+                      "SELECT power_usage FROM power_usage_table WHERE date LIKE '%04d%02d%%' "
+                      "ORDER BY date",
+                      year, month + 1);
+        const auto rows = fakes::storage::query("usage.db", sql);
+        return rows.empty() ? 0 : std::stoi(rows.back()[0]) - std::stoi(rows.front()[0]);
+    };
+    const int year = now.tm_year + 1900;
+    const int last = now.tm_mon == 0 ? growth(year - 1, 11) : growth(year, now.tm_mon - 1);
+    char text[80];
+    std::snprintf(text, sizeof text, "%d.%02d and %d.00", growth(year, now.tm_mon),
+                  remainder_ / 100, last);
+    return text;
 }
 
 // ---- The tables ----

@@ -58,7 +58,7 @@ public:
     void micomWrites(const std::string &key, int value);
 
     /* A query was answered so; see remote.h. Right after its answer was seen. */
-    void told(const std::string &what, int value);
+    void told(const std::string &what, const std::string &value);
 
     /* At least once a second. */
     void tick();
@@ -106,6 +106,7 @@ private:
     void seeSql(const std::string &sql);
     void seePost(const std::string &text);
     void seeRequest(const std::string &text);
+    std::string consumption() const; // as a query of it is to be answered now
     void answered(const std::string &command, int answer);
 
     // Rules that hold while time passes.

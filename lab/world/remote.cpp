@@ -177,15 +177,15 @@ std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, double orderShare, 
     case 5: {
         const DrlcOverride answer = getDrlcOverride();
         if (answer.answer == 1) {
-            told("level", answer.level);
-            told("override", answer.override_state);
+            told("level", std::to_string(answer.level));
+            told("override", std::to_string(answer.override_state));
         }
         break;
     }
     case 6: {
         const Value answer = getDefrostBlock();
         if (answer.answer == 1)
-            told("block", answer.value);
+            told("block", std::to_string(answer.value));
         break;
     }
     case 7:
@@ -200,10 +200,12 @@ std::int64_t sendSensible(Draws &draws, std::int64_t utcSec, double orderShare, 
         break;
     default: {
         (void)getDefrostReservations();
-        (void)getEnergyConsumption();
+        const Consumption consumption = getEnergyConsumption();
+        if (consumption.answer == 1)
+            told("consumption", consumption.cumulative + " and " + consumption.monthly);
         const Value answer = getDelayDefrost();
         if (answer.answer == 1)
-            told("enabled", answer.value);
+            told("enabled", std::to_string(answer.value));
     }
     }
     return 0;

@@ -17,7 +17,7 @@
 namespace corvane::lab {
 
 /* What a query was answered: "level", "override", "block" or "enabled", and its value. */
-using Told = std::function<void(const char *what, int value)>;
+using Told = std::function<void(const char *what, const std::string &value)>;
 
 /*
  * utcSec: the service's clock, by which the remote side chooses its times. orderShare: of the

@@ -653,8 +653,9 @@ bool World::waitAsRemote(int number, std::int64_t untilMs) {
 
 std::int64_t World::request(Draws &draws) {
     if (!draws.chance(weather_.absurdShare))
-        return sendSensible(draws, utcMs() / 1000, weather_.orderShare,
-                            [this](const char *what, int value) { judge_.told(what, value); });
+        return sendSensible(
+            draws, utcMs() / 1000, weather_.orderShare,
+            [this](const char *what, const std::string &value) { judge_.told(what, value); });
     const std::string refusal = sendAbsurd(draws);
     if (!refusal.empty())
         trace("world  refused: " + refusal);

@@ -316,6 +316,16 @@ TEST_F(JudgeOfTables, CancellationWhoseDatabaseCouldNotBeOpenedIsExplained) {
     EXPECT_NO_THROW(pass(30));
 }
 
+TEST_F(JudgeOfTables, ConsumptionIsWhatTheHoursTell) {
+    for (const char *row : {"2026053123', '90", "2026060100', '100", "2026063023', '142",
+                            "2026070100', '142", "2026073111', '150"})
+        fakes::storage::execute("usage.db",
+                                "INSERT INTO power_usage_table VALUES('" + std::string(row) + "')");
+    EXPECT_NO_THROW(judge.told("consumption", "8.00 and 42.00"));
+    expectBroken([&] { judge.told("consumption", "8.00 and 52.00"); },
+                 "the month's and the last month's consumption are what their hours tell");
+}
+
 TEST_F(JudgeOfTables, HourThatIsGoneAfterAPowerCutIsBroken) {
     openHour();
     expectBroken([&] { loseHourInAPowerCut(); }, "rows of the last six months stay");
