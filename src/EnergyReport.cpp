@@ -290,9 +290,11 @@ int EnergyReport::_diffValByDate(const std::string &start, const std::string &en
         powerRecord last;
         table.selectAlignRecordByPart(last, start, end, "DESC");
         LOG(DLOG_DEBUG, "end date : %s, power : %s", last.date.c_str(), last.power_usage.c_str());
-        // Deliberate: a wrap of the counter in between is not made good.
-        growth = static_cast<int>(std::int64_t{std::stoi(last.power_usage)} -
-                                  std::stoi(first.power_usage));
+        if (!last.power_usage.empty()) { // it is when this one query has failed
+            // Deliberate: a wrap of the counter in between is not made good.
+            growth = static_cast<int>(std::int64_t{std::stoi(last.power_usage)} -
+                                      std::stoi(first.power_usage));
+        }
     }
     table.close();
     return growth;

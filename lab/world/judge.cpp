@@ -25,6 +25,7 @@ constexpr const char *kOverrideKey = "db/corvane/dr/override";
 constexpr const char *kEnableKey = "db/corvane/defrost/status";
 constexpr const char *kActiveKey = "db/corvane/defrost/activate";
 constexpr const char *kOverrideEchoKey = "memory/refrigerator/SmartGridOverrideState";
+constexpr const char *kWattKey = "memory/refrigerator/SmartGridWatt"; // and 1 to 4
 constexpr const char *kDisplayOverrideKey = "db/corvane/dr/micom_override";
 
 constexpr const char *kLevelCommands[] = {"SET_SMARTGRID_LEVEL_NORMAL", "SET_SMARTGRID_LEVEL1",
@@ -45,6 +46,7 @@ constexpr std::int64_t kMarkMs = 300'000;
 constexpr std::int64_t kDecember2015Sec = 1'448'928'000;
 constexpr int kCounterWrap = 1'000'000;
 constexpr int kCountsPerUnit = 10'000;
+constexpr int kLargestReading = 400; // of the display, lit
 
 std::int64_t sinceMark(std::int64_t utcMs) {
     return ((utcMs % kMarkMs) + kMarkMs) % kMarkMs; // also before 1970
@@ -160,6 +162,8 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     displayOverride_ = -1;
     displayWatched_ = false;
     postedCounts_ = 0;
+    displaySum_ = fakes::power::sum();
+    displayRaw_ = displayRest_ = 0;
     gateOpenMs_ = -1;
     keptFrom_.clear();
     isPruneDue_ = false;
@@ -245,8 +249,11 @@ void Judge::seeLog(std::string_view text) {
     else if (startsWith(text, "REPORT] [UTC]currentTime")) {
         checkTaskPause(lastCycleMs_);
         lastCycleMs_ = now;
+        micomCounts_ = ((watts_[0] * 256 + watts_[1]) * 256 + watts_[2]) * 256 + watts_[3];
         if (--cyclesDue_ < 0)
             broken("a metering cycle follows each publication", "there was none for this cycle");
+    } else if (startsWith(text, "REPORT] Remain LCD energy RAW: ")) {
+        collectDisplay(text);
     } else if (startsWith(text, "REPORT] saveValue : ")) {
         const int total = remainder_ + postedCounts_;
         remainder_ = total % kCountsPerUnit;
@@ -261,6 +268,15 @@ void Judge::seeLog(std::string_view text) {
             broken("rows older than six months are removed",
                    "the limit is given as " + std::string(keptFrom_));
     }
+}
+
+void Judge::collectDisplay(std::string_view text) {
+    constexpr std::int64_t kMostRaw = 4'000'000; // begins anew beyond it
+    displayRest_ = numberIn(text);
+    displayRaw_ = std::max<std::int64_t>(displayRaw_, 0) + fakes::power::sum() - displaySum_;
+    displaySum_ = fakes::power::sum();
+    if (displayRaw_ > kMostRaw)
+        displayRaw_ = -1;
 }
 
 /* Of two tasks that each sleep a second before they do what is seen. */
@@ -310,6 +326,8 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
 }
 
 void Judge::micomWrites(const std::string &key, int value) {
+    if (startsWith(key, kWattKey))
+        watts_[key.back() - '1'] = value;
     if (key == kOverrideEchoKey && displayWatched_)
         micomOverride_ = value;
     if (key != "memory/refrigerator/SmartGridDrLevel")
@@ -358,7 +376,7 @@ void Judge::seeLevelCommand(int level) {
         return event && event->level == level && isActiveAt(*event, utc);
     };
     const auto isOver = [&](const std::optional<Event> &event) {
-        return event && utc > event->endMs;
+        return event && utc >= event->endMs; // the service's clock is finer than milliseconds
     };
     bool isRight = isStart || isRepeat;
     if (level > 0)
@@ -533,6 +551,18 @@ void Judge::seePost(const std::string &text) {
     if (found != 3 || static_cast<std::size_t>(end) != text.size() || duration != 60)
         broken("the figure is posted to the metering service on this device", text);
     postedCounts_ = whole * 100 + hundredths;
+    if (displayRaw_ < 0) {
+        displayRaw_ = displayRest_;
+        return;
+    }
+    constexpr int kRawPerCount = 3'600;
+    displayRaw_ -= (postedCounts_ - micomCounts_) * std::int64_t{kRawPerCount};
+    // The last reading may wait for the lock that is held while readings are collected.
+    const std::int64_t missing = displayRaw_ - displayRest_;
+    if (displayRest_ >= kRawPerCount || missing < 0 || missing > kLargestReading)
+        broken("the figure is the Micom's and the display's energy",
+               text + " beside " + std::to_string(micomCounts_) + " of the Micom, and " +
+                   std::to_string(missing) + " of the display's readings are missing");
 }
 
 void Judge::seeRequest(const std::string &text) {

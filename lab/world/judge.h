@@ -104,6 +104,7 @@ private:
     void seeLevelCommand(int level);
     void seeNotification(const std::string &text);
     void seeSql(const std::string &sql);
+    void collectDisplay(std::string_view text);
     void seePost(const std::string &text);
     void seeRequest(const std::string &text);
     std::string consumption() const; // as a query of it is to be answered now
@@ -171,6 +172,10 @@ private:
     std::int64_t lastCycleMs_ = -1;
     int storesDue_ = 0;
     int postedCounts_ = 0;
+    std::int64_t displaySum_ = 0; // of the display's readings that have been collected
+    std::int64_t displayRaw_ = 0; // readings not yet posted; below 0: not known
+    int displayRest_ = 0;         // of these, as the service tells
+    int micomCounts_ = 0;         // of the present cycle
     int cyclesDue_ = 0;
     bool displayWatched_ = false;
     int displayOverride_ = -1; // switched on the display, and not yet commanded
@@ -178,6 +183,7 @@ private:
     std::int64_t gateOpenMs_ = -1; // since when Wi-Fi and clock are in order
 
     // Keys, as last written by anybody.
+    int watts_[4] = {};
     std::optional<int> levelKey_, overrideKey_, enableKey_, activeKey_;
 
     // The tables, as last read, and what is due to be read.

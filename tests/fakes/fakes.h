@@ -156,6 +156,7 @@ namespace power {
 
 void set(int value); // every reading from now on; 0 after reset()
 [[nodiscard]] int readings();
+[[nodiscard]] std::int64_t sum(); // of what was read
 
 } // namespace power
 

@@ -7,6 +7,7 @@
 #include "life.h"
 #include "storage.h"
 
+#include <device_power.h>
 #include <gmock/gmock.h>
 
 #include <stdexcept>
@@ -175,13 +176,35 @@ TEST_F(JudgeTest, CyclesThatComeTooCloseAreBroken) {
     expectBroken([&] { see(Kind::Log, "REPORT] [UTC]currentTime : x"); }, "50 ms apart");
 }
 
+TEST_F(JudgeTest, FigureIsTheMicomsAndTheDisplaysEnergy) {
+    const auto cycle = [this](const char *rest, const char *figure) {
+        see(Kind::Log, "REPORT] callback Energy from Micom");
+        pass(60);
+        see(Kind::Log, "REPORT] [UTC]currentTime : x");
+        see(Kind::Log, std::string("REPORT] Remain LCD energy RAW: ") + rest);
+        see(Kind::Post, std::string("POST http://127.0.0.1:7777/external/metering"
+                                    "?cumulativepower=") +
+                            figure + "&duration=60");
+    };
+    judge.micomWrites("memory/refrigerator/SmartGridWatt3", 1);
+    judge.micomWrites("memory/refrigerator/SmartGridWatt4", 44);
+    EXPECT_NO_THROW(cycle("0", "3.00"));
+    fakes::power::set(360);
+    for (int second = 0; second < 25; ++second)
+        (void)device_get_power_measurement_value();
+    EXPECT_NO_THROW(cycle("1800", "3.02"));
+    EXPECT_NO_THROW(cycle("1440", "3.00")) << "a reading that waits for the lock";
+    expectBroken([&] { cycle("1800", "3.01"); }, "the Micom's and the display's energy");
+    fakes::power::set(0);
+}
+
 TEST_F(JudgeTest, FigureToAnotherAddressIsBroken) {
     EXPECT_NO_THROW(see(Kind::Post, "POST http://127.0.0.1:7777/external/metering?"
-                                    "cumulativepower=1.05&duration=60"));
+                                    "cumulativepower=0.00&duration=60"));
     expectBroken(
         [&] {
             see(Kind::Post, "POST http://127.0.0.1:7777/external/metering?"
-                            "cumulativepower=1.05&duration=61");
+                            "cumulativepower=0.00&duration=61");
         },
         "is posted to the metering service");
 }

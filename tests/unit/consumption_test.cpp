@@ -93,6 +93,18 @@ TEST_F(GrowthTest, QueryThatFailsReadsAsNoHours) {
     EXPECT_EQ(log::messages().back(), "previous power empty");
 }
 
+TEST_F(GrowthTest, QueryForTheLastHourThatFailsReadsAsNoGrowth) {
+    storeHours({{"2026050110", "1500"}, {"2026050111", "1600"}});
+    observe([](const Entry &entry) {
+        if (entry.text.find(" DESC ") != std::string::npos) {
+            storage::failStatements(storage::Trouble::IoError, 10);
+        }
+    });
+    EXPECT_EQ(growthOfMay(), 0);
+    observe(nullptr);
+    EXPECT_EQ(storage::openConnections(), 0);
+}
+
 TEST_F(GrowthTest, WrapOfTheCounterGivesANegativeGrowth) {
     storeHours({{"2026050110", "999950"}, {"2026050111", "30"}});
     EXPECT_EQ(growthOfMay(), -999920);
