@@ -11,6 +11,7 @@
 #include <cmath>
 #include <iterator>
 #include <limits>
+#include <regex>
 
 namespace corvane::lab {
 namespace {
@@ -493,12 +494,19 @@ std::string eventsSection(const Runs &runs, const Figures &figures) {
 bool isTrouble(const Note &note) { return note.isRefusal || note.kind == NoteKind::Fault; }
 
 /* A request that is repeated differs in how much is left of its event. */
-bool sameButForNumbers(const Note &a, const Note &b) {
-    const auto words = [](std::string text) {
-        std::erase_if(text, [](char c) { return (c >= '0' && c <= '9') || c == ':'; });
-        return text;
+bool sameButForLengths(const Note &a, const Note &b) {
+    static const std::regex kLength("[0-9]+:[0-9]{2}(:[0-9]{2})?");
+    const auto words = [](const std::string &text) {
+        return std::regex_replace(text, kLength, "");
     };
     return a.kind == b.kind && a.isRefusal == b.isRefusal && words(a.text) == words(b.text);
+}
+
+/* The end of what began at another moment: without the date where that is the same. */
+std::string untilText(std::int64_t beginMs, std::int64_t endMs) {
+    const std::string begin = localText(beginMs), end = localText(endMs);
+    constexpr std::size_t kDate = 10;
+    return begin.substr(0, kDate) == end.substr(0, kDate) ? end.substr(kDate + 1) : end;
 }
 
 std::string noteRow(const Note &note, const std::string &more) {
@@ -526,11 +534,11 @@ std::string troubleTable(const std::vector<Note> &all) {
     std::size_t count = 0;
     for (std::size_t i = 0; i < notes.size() && count < kMostRows; ++count) {
         std::size_t end = i + 1;
-        while (end < notes.size() && sameButForNumbers(notes[i], notes[end]))
+        while (end < notes.size() && sameButForLengths(notes[i], notes[end]))
             ++end;
         rows += noteRow(notes[i], end == i + 1 ? ""
                                                : ", " + std::to_string(end - i) + " times until " +
-                                                     localText(notes[end - 1].atMs).substr(11));
+                                                     untilText(notes[i].atMs, notes[end - 1].atMs));
         i = end;
     }
     return noteTable(rows);

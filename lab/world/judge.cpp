@@ -44,6 +44,7 @@ constexpr std::int64_t kTaskMs = 1'050; // deferred tasks sleep a second and are
 /* Every hour, every repeat and every change of clocks begins at a multiple of it in UTC. */
 constexpr std::int64_t kMarkMs = 300'000;
 constexpr std::int64_t kDecember2015Sec = 1'448'928'000;
+constexpr std::size_t kKeyLength = 10; // of an hour
 constexpr int kCounterWrap = 1'000'000;
 constexpr int kCountsPerUnit = 10'000;
 constexpr int kLargestReading = 400; // of the display, lit
@@ -179,8 +180,10 @@ void Judge::lifeEnds(EndOfLife end) {
     if (startsWith(handling_, "ControlDRLC(") && orderInserted_)
         bothExplained_ = true; // defrost delay may not have been switched off
     if (end == EndOfLife::PowerCut && isCounterUnsure_) {
-        for (const std::pmr::string &hour : unsureHours_)
-            hours_.erase(hour);
+        for (const std::pmr::string &hour : unsureHours_) {
+            if (const std::size_t at = hours_.find(hour); at != hours_.npos)
+                hours_.erase(at, kKeyLength + 1);
+        }
         counterKnown_ = false;
         setCounterSure();
     }
@@ -702,46 +705,60 @@ void Judge::readReservations() {
     }
 }
 
-void Judge::readHours() {
-    noticeStoreFailures();
-    const auto rows = fakes::storage::query(
-        "usage.db", "SELECT date, power_usage FROM power_usage_table ORDER BY date");
-    hoursDirty_ = false;
-    std::pmr::set<std::pmr::string> hours;
-    for (const auto &row : rows) {
-        if (!hours.emplace(row[0]).second && doubledHours_.count(std::pmr::string(row[0])) == 0)
-            broken("there is one row for an hour", "two have the key " + row[0]);
-    }
-    for (const std::pmr::string &hour : hours_) {
-        const bool isDeleted =
-            std::any_of(hourDeletions_.begin(), hourDeletions_.end(), [&](const auto &condition) {
-                const std::string_view limit = std::string_view(condition).substr(3, 10);
-                const std::string_view key = hour;
-                return condition[0] == '<' ? key < limit : key > limit;
-            });
-        if (hours.count(hour) == 0 && !isDeleted)
+/* Mostly there are only new ones at the end. */
+void Judge::compareHours(std::string_view hours) {
+    const auto isGone = [&](std::string_view hour) {
+        return hours.find(hour) == hours.npos &&
+               std::none_of(hourDeletions_.begin(), hourDeletions_.end(), [&](const auto &deleted) {
+                   const std::string_view limit = std::string_view(deleted).substr(3, kKeyLength);
+                   return deleted[0] == '<' ? hour < limit : hour > limit;
+               });
+    };
+    const bool isLonger = startsWith(hours, hours_);
+    for (std::size_t at = 0; at < hours_.size() && !isLonger; at += kKeyLength + 1) {
+        const std::string_view hour = std::string_view(hours_).substr(at, kKeyLength);
+        if (isGone(hour))
             broken("rows of the last six months stay", "the row " + std::string(hour) + " is gone");
     }
+    for (std::size_t at = isLonger ? hours_.size() : 0; at < hours.size(); ++at) {
+        if (hours[at] != ',' || at < kKeyLength)
+            continue;
+        const std::string_view hour = hours.substr(at - kKeyLength, kKeyLength);
+        if (hours.substr(at + 1, kKeyLength) == hour &&
+            doubledHours_.count(std::pmr::string(hour)) == 0)
+            broken("there is one row for an hour", "two have the key " + std::string(hour));
+    }
+}
+
+void Judge::readHours() {
+    noticeStoreFailures();
+    const std::string hours = fakes::storage::query(
+        "usage.db", "SELECT ifnull(group_concat(date), '') FROM "
+                    "(SELECT date FROM power_usage_table ORDER BY date)")[0][0];
+    const auto last = fakes::storage::query(
+        "usage.db", "SELECT power_usage FROM power_usage_table ORDER BY date DESC LIMIT 1");
+    hoursDirty_ = false;
+    compareHours(hours);
     std::string prunedBefore; // by the last pruning since
     for (const std::pmr::string &condition : hourDeletions_) {
         if (condition[0] == '<')
-            prunedBefore = std::string_view(condition).substr(3, 10);
+            prunedBefore = std::string_view(condition).substr(3, kKeyLength);
     }
-    const std::pmr::set<std::pmr::string> before = hours_;
-    hours_ = hours;
     hourDeletions_.clear();
+    const std::string oldest = hours.substr(0, kKeyLength);
+    const std::string newestBefore(
+        hours_.substr(hours_.size() - std::min(hours_.size(), kKeyLength)));
+    hours_ = hours;
     // Rows of a clock that was set may be older than six months; they stay until the next month.
-    if (!prunedBefore.empty() && !hours_.empty() &&
-        std::string_view(*hours_.begin()) < prunedBefore && !counterDoubtful_ &&
+    if (!hours.empty() && oldest < prunedBefore && !counterDoubtful_ &&
         eyes_->nowMs() - clockTouchedMs_ > kGateMs)
         broken("rows older than six months go",
-               "the row " + std::string(*hours_.begin()) + " is older than " + prunedBefore);
+               "the row " + oldest + " is older than " + prunedBefore);
     // A jump into the same hour of another half-year: no hour was left to go on from. What was
     // still to be stored then is added to nothing.
-    const bool isEmptied = !prunedBefore.empty() && !before.empty() &&
-                           std::string_view(*before.rbegin()) < prunedBefore;
+    const bool isEmptied = !newestBefore.empty() && newestBefore < prunedBefore;
     counterDoubtful_ = counterDoubtful_ || isEmptied;
-    const std::int64_t counter = rows.empty() ? 0 : std::atoll(rows.back()[1].c_str());
+    const std::int64_t counter = last.empty() ? 0 : std::atoll(last[0][0].c_str());
     if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&
         (counter < counter_ || counter > expected_) && expected_ <= kCounterWrap)
         broken("a stored counter neither loses nor doubles energy over a restart",

@@ -128,6 +128,7 @@ private:
     void readEvent();
     void readReservations();
     void readHours();
+    void compareHours(std::string_view hours);
 
     /* That the event which is being stored is the one that was ordered. */
     void compareWithOrder(const std::string &duration, const std::string &start);
@@ -200,7 +201,7 @@ private:
     std::pmr::map<int, Reservation> reservations_;
     std::pmr::map<int, Reservation> acknowledgedReservations_;
     std::optional<std::pair<int, Reservation>> insertedReservation_;
-    std::pmr::set<std::pmr::string> hours_;
+    std::pmr::string hours_;                       // the keys, ascending, with commas
     std::pmr::set<std::pmr::string> doubledHours_; // whose look for a row failed
     std::uint64_t failuresAtLook_ = 0;
     std::uint64_t unsureSeen_ = 0;
