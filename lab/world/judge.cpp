@@ -3,7 +3,6 @@
  */
 #include "judge.h"
 
-#include "reservation_window.h"
 #include "storage.h"
 
 #include <algorithm>
@@ -885,19 +884,43 @@ void Judge::checkBlock() {
                    (event_ ? ", and an event is stored" : ", and no event is stored"));
 }
 
-bool Judge::isInsideWindow() const {
+std::optional<client::Reservation> Judge::matchingReservation() const {
     const std::time_t now = eyes_->utcMs() / 1000;
     for (auto entry = reservations_.rbegin(); entry != reservations_.rend(); ++entry) {
         const auto &[description, startTime, endTime, period] = entry->second;
-        const client::Reservation reservation{std::to_string(entry->first),
-                                              std::string(description), std::string(startTime),
-                                              std::string(endTime), std::string(period)};
-        if (!client::seasonHolds(reservation, now))
-            continue;
-        const auto window = client::windowOfDay(reservation, now);
-        return window && window->start <= now && now < window->end;
+        client::Reservation reservation{std::to_string(entry->first), std::string(description),
+                                        std::string(startTime), std::string(endTime),
+                                        std::string(period)};
+        if (client::seasonHolds(reservation, now))
+            return reservation;
     }
-    return false;
+    return std::nullopt;
+}
+
+bool Judge::isInsideWindow(const client::Reservation &reservation) const {
+    const std::time_t now = eyes_->utcMs() / 1000;
+    const auto window = client::windowOfDay(reservation, now);
+    return window && window->start <= now && now < window->end;
+}
+
+/* A change of clocks repeats the time at which the window begins, or leaves it out. mktime() takes
+ * one of the two, depending on what it was asked before. */
+bool Judge::mayBeginTwice(const client::Reservation &reservation) const {
+    const std::time_t now = eyes_->utcMs() / 1000;
+    const std::int64_t startSec = lengthMs(reservation.dailyStart()) / 1000;
+    const std::int64_t periodSec = lengthMs(reservation.period) / 1000;
+    bool isKept[2] = {}, isInside[2] = {};
+    for (const int dst : {0, 1}) {
+        std::tm local{};
+        localtime_r(&now, &local);
+        local.tm_hour = local.tm_min = 0;
+        local.tm_sec = static_cast<int>(startSec);
+        local.tm_isdst = dst;
+        const std::time_t start = mktime(&local);
+        isKept[dst] = (local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec == startSec;
+        isInside[dst] = start <= now && now < start + periodSec;
+    }
+    return isKept[0] == isKept[1] && isInside[0] != isInside[1];
 }
 
 void Judge::checkDefrost() {
@@ -905,13 +928,15 @@ void Judge::checkDefrost() {
     const bool isEnabled = enableKey_ == 1;
     const bool isHeld = activeKey_ == 1;
     if (isKnown && (isHeld || isEnabled)) {
-        const bool isInside = isInsideWindow();
-        const bool isRight = isEnabled ? isInside : heldExplained_;
+        const auto reservation = matchingReservation();
+        const bool isInside = reservation && isInsideWindow(*reservation);
+        const bool isEither = reservation && isInside != isHeld && mayBeginTwice(*reservation);
+        const bool isRight = isEnabled ? isInside || isEither : heldExplained_;
         if (lasts(isHeld && !isRight, heldWrongSinceMs_))
             broken("defrost is held only inside the window of the matching reservation, while "
                    "defrost delay is on",
                    isEnabled ? "it is outside" : "defrost delay is off");
-        if (lasts(isEnabled && isInside && !isHeld, notHeldSinceMs_))
+        if (lasts(isEnabled && isInside && !isHeld && !isEither, notHeldSinceMs_))
             broken("defrost is held inside the window of the matching reservation", "it is not");
     } else {
         heldWrongSinceMs_ = notHeldSinceMs_ = -1;

@@ -14,6 +14,7 @@
 #define CORVANE_LAB_JUDGE_H
 
 #include "fakes.h"
+#include "reservation_window.h"
 
 #include <cstdint>
 #include <deque>
@@ -135,7 +136,9 @@ private:
 
     bool mayTellTime() const; // neither clock nor store was touched within the last seconds
     static bool isActiveAt(const Event &event, std::int64_t utcMs);
-    bool isInsideWindow() const;
+    std::optional<client::Reservation> matchingReservation() const;
+    bool isInsideWindow(const client::Reservation &reservation) const;
+    bool mayBeginTwice(const client::Reservation &reservation) const;
     /* Whether the condition has held without a break for longer than a pass may take. */
     bool lasts(bool condition, std::int64_t &sinceMs) const;
     [[noreturn]] void broken(const std::string &rule, const std::string &what) const;

@@ -322,6 +322,34 @@ TEST_F(JudgeOfTables, SecondRowForAnHourWhoseLookFailedIsExplained) {
     EXPECT_NO_THROW(openHour());
 }
 
+TEST_F(JudgeOfTables, WindowMayBeginInEitherOfTwoHoursThatAreOne) {
+    constexpr std::int64_t kHourMs = 3'600'000, kDaysMs = 24 * kHourMs * 86; // to 2026-10-25T12:00Z
+    const char *const before = getenv("TZ");
+    const std::string zone = before != nullptr ? before : "";
+    setenv("TZ", "Europe/Berlin", 1);
+    tzset();
+    fakes::storage::execute("corvane.db",
+                            "INSERT INTO defrost_usage_table VALUES('2', 'x', "
+                            "'0000-01-01T02:30:00', '0000-12-31T00:00:00', '00:20:00')");
+    see(Kind::Sql, "CREATE TABLE IF NOT EXISTS defrost_usage_table"); // it is read anew
+    switchDefrostDelayOn();
+    const auto passHeld = [this](bool isHeld) {
+        set("db/corvane/defrost/activate", isHeld ? "1" : "0");
+        command(isHeld ? "SET_SMARTGRID_ENABLE" : "SET_SMARTGRID_DISABLE");
+        pass(30);
+    };
+    for (const std::int64_t hour : {0, 1}) { // UTC; 02:41 both
+        now = kDaysMs + (hour - 12) * kHourMs + 41 * 60'000;
+        EXPECT_NO_THROW(passHeld(true));
+        EXPECT_NO_THROW(passHeld(false));
+    }
+    now += 24 * kHourMs;
+    EXPECT_NO_THROW(passHeld(true));
+    expectBroken([&] { passHeld(false); }, "defrost is held inside the window");
+    setenv("TZ", zone.c_str(), 1);
+    tzset();
+}
+
 TEST_F(JudgeOfTables, EventThatIsThereBesideBlock0IsBroken) {
     order();
     see(Kind::Notification, "SendDefrostBlockNotify(0)");
