@@ -21,8 +21,10 @@ export function launch() {
   });
 }
 
+const kIsReady = () => document.getElementById("hero-power").textContent !== "–";
+
 /** A page at its first state. `page.problems` collects what the browser complains of. */
-export async function open(browser, url, { size = "1600x1000", theme = "light", ...options } = {}) {
+export async function open(browser, url, { size = "1600x1000", theme = "light", isReady = kIsReady, ...options } = {}) {
   const [width, height] = size.split("x").map(Number);
   const context = await browser.newContext({ viewport: { width, height }, colorScheme: theme, ...options });
   const page = await context.newPage();
@@ -39,7 +41,7 @@ export async function open(browser, url, { size = "1600x1000", theme = "light", 
     if (new URL(request.url()).origin !== new URL(url).origin) page.foreign.push(request.url());
   });
   await page.goto(url);
-  await page.waitForFunction(() => document.getElementById("hero-power").textContent !== "–");
+  await page.waitForFunction(isReady);
   return page;
 }
 
@@ -109,8 +111,8 @@ export function poorContrasts(page) {
       const below = grounds(element.parentElement);
       return own.length === 0 ? below : own.flatMap((colour) => below.map((ground) => over(colour, ground)));
     }
-    /** In a drawing: the last rectangle painted before the text and under its middle. */
-    function drawnGround(text) {
+    /** In a drawing: the last rectangle painted before the text and under its middle, or what the drawing stands on. */
+    function drawnGrounds(text) {
       const box = text.getBoundingClientRect();
       const [x, y] = [box.x + box.width / 2, box.y + box.height / 2];
       let ground = null;
@@ -119,7 +121,7 @@ export function poorContrasts(page) {
         const { left, right, top, bottom } = shape.getBoundingClientRect();
         if (shape.tagName === "rect" && left <= x && x <= right && top <= y && y <= bottom) ground = rgba(getComputedStyle(shape).fill);
       }
-      return ground;
+      return ground === null ? grounds(text.ownerSVGElement) : [ground];
     }
 
     const poor = [];
@@ -138,7 +140,7 @@ export function poorContrasts(page) {
       if (textContent.trim() === "" || box.width < 2 || box.height < 2) continue;
       if (!element.checkVisibility({ visibilityProperty: true, opacityProperty: true })) continue;
       checked++;
-      if (element.tagName === "text") check(element, textContent, getComputedStyle(element).fill, [drawnGround(element)]);
+      if (element.tagName === "text") check(element, textContent, getComputedStyle(element).fill, drawnGrounds(element));
       else check(element, textContent, getComputedStyle(element).color, grounds(element));
     }
     for (const input of document.querySelectorAll("input:not([type=radio])")) {
