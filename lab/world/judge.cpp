@@ -731,11 +731,12 @@ void Judge::compareHours(std::string_view hours) {
 
 void Judge::readHours() {
     noticeStoreFailures();
-    const std::string hours = fakes::storage::query(
-        "usage.db", "SELECT ifnull(group_concat(date), '') FROM "
-                    "(SELECT date FROM power_usage_table ORDER BY date)")[0][0];
-    const auto last = fakes::storage::query(
-        "usage.db", "SELECT power_usage FROM power_usage_table ORDER BY date DESC LIMIT 1");
+    const auto rows = fakes::storage::query(
+        "usage.db",
+        "SELECT ifnull(group_concat(date), ''), ifnull((SELECT power_usage FROM power_usage_table "
+        "ORDER BY date DESC LIMIT 1), 0) FROM (SELECT date FROM power_usage_table ORDER BY date)");
+    const std::string &hours = rows[0][0];
+    const std::int64_t counter = std::atoll(rows[0][1].c_str());
     hoursDirty_ = false;
     compareHours(hours);
     std::string prunedBefore; // by the last pruning since
@@ -757,7 +758,6 @@ void Judge::readHours() {
     // still to be stored then is added to nothing.
     const bool isEmptied = !newestBefore.empty() && newestBefore < prunedBefore;
     counterDoubtful_ = counterDoubtful_ || isEmptied;
-    const std::int64_t counter = last.empty() ? 0 : std::atoll(last[0][0].c_str());
     if (isCounterOfLastLife_ && counterKnown_ && !counterDoubtful_ && counter != counter_ &&
         (counter < counter_ || counter > expected_) && expected_ <= kCounterWrap)
         broken("a stored counter neither loses nor doubles energy over a restart",

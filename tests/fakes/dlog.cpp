@@ -43,6 +43,16 @@ int __dlog_print(log_id_t log_id, int prio, const char *tag, const char *fmt, ..
     std::string longText; // of a line that does not fit
     va_list arguments;
     va_start(arguments, fmt);
+    if (!fakes::internal::keepsRecords() && std::strcmp(fmt, "%s: %s(%d) > %s") == 0) {
+        // Only the message is looked at, and composing the rest takes a twelfth of a run's time.
+        (void)va_arg(arguments, const char *);
+        (void)va_arg(arguments, const char *);
+        (void)va_arg(arguments, int);
+        const std::string message = va_arg(arguments, const char *);
+        va_end(arguments);
+        fakes::internal::record(fakes::Kind::Log, message);
+        return static_cast<int>(message.size());
+    }
     const int length = std::vsnprintf(text, sizeof text, fmt, arguments);
     va_end(arguments);
     if (length < 0) {
@@ -54,13 +64,7 @@ int __dlog_print(log_id_t log_id, int prio, const char *tag, const char *fmt, ..
         std::vsnprintf(longText.data(), longText.size() + 1, fmt, arguments);
         va_end(arguments);
     }
-    const char *expanded = longText.empty() ? text : longText.c_str();
-    if (!fakes::internal::keepsRecords()) {
-        const char *arrow = std::strstr(expanded, ") > ");
-        fakes::internal::record(fakes::Kind::Log, arrow != nullptr ? arrow + 4 : expanded);
-        return length;
-    }
-    Line line = takeApart(log_id, prio, tag, expanded);
+    Line line = takeApart(log_id, prio, tag, longText.empty() ? text : longText.c_str());
     fakes::internal::record(fakes::Kind::Log, line.message);
     const std::lock_guard lock(mutex);
     recorded.push_back(std::move(line));
