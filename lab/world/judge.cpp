@@ -375,7 +375,10 @@ void Judge::seeLevelCommand(int level) {
     const bool isRepeat = utcFields(utc).tm_min % 10 == 0 && level == commandedLevel_;
     const bool isOrder = !handling_.empty() || now - orderEndedMs_ < kPassesMs;
     const auto begins = [&](const std::optional<Event> &event) {
-        return event && event->level == level && isActiveAt(*event, utc);
+        // While an order is being stored the worker's pass waits, with the time that it began at.
+        const bool didBegin =
+            isOrder && event && event->startMs <= utc && event->endMs > orderUtcMs_;
+        return event && event->level == level && (isActiveAt(*event, utc) || didBegin);
     };
     const auto isOver = [&](const std::optional<Event> &event) {
         return event && utc >= event->endMs; // the service's clock is finer than milliseconds
@@ -572,6 +575,7 @@ void Judge::seeRequest(const std::string &text) {
     if (arrow == text.npos) {
         noticeStoreFailures();
         handling_ = text;
+        orderUtcMs_ = eyes_->utcMs();
         orderInserted_ = false;
         failuresAtRequest_ = eyes_->storeFailures();
         unsureAtRequest_ = eyes_->unsureCommits();

@@ -155,7 +155,8 @@ private:
     std::uint64_t storeFailuresSeen_ = 0;
     std::uint64_t failuresAtRequest_ = 0;
     std::uint64_t unsureAtRequest_ = 0;
-    std::pmr::string handling_; // the request whose handler runs
+    std::pmr::string handling_;   // the request whose handler runs
+    std::int64_t orderUtcMs_ = 0; // when it was begun
     bool orderInserted_ = false;
     std::int64_t orderEndedMs_ = -1'000'000;
     int commandedLevel_ = -1; // the last level command

@@ -108,6 +108,18 @@ TEST_F(JudgeTest, LevelOfAnEventIsCommandedInItsTimeOnly) {
     expectBroken([&] { command("SET_SMARTGRID_LEVEL1"); }, "only while its event lasts");
 }
 
+TEST_F(JudgeTest, LevelOfAnEventThatWasOverWhenItWasStoredIsExplained) {
+    now = 661'000; // 12:11:01
+    see(Kind::Request, "ControlDRLC(3, 00:00:03, 12:11:00)");
+    see(Kind::Sql, "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, drlcStartTime) "
+                   "values('0', '3', '00:00:03', '2026-07-31T12:11:00');");
+    now += 4'000; // the database is busy
+    see(Kind::Request, "ControlDRLC -> 1");
+    EXPECT_NO_THROW(command("SET_SMARTGRID_LEVEL3"));
+    now += 3'000;
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL3"); }, "only while its event lasts");
+}
+
 TEST_F(JudgeTest, EventStoredOtherwiseThanOrderedIsBroken) {
     see(Kind::Request, "ControlDRLC(2, 00:01:00, 12:11:00)");
     expectBroken(
