@@ -159,7 +159,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     lastCycleMs_ = -1;
     storesDue_ = cyclesDue_ = 0;
     remainder_ = 0;
-    displayOverride_ = -1;
+    displayPresses_ = 0;
     displayWatched_ = false;
     postedCounts_ = 0;
     displaySum_ = fakes::power::sum();
@@ -323,6 +323,7 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
         heldExplained_ = number == 1 && isOff && (defrostSinceMs_ >= 0 || heldExplained_);
     } else if (key == kDisplayOverrideKey && displayWatched_) {
         displayOverride_ = number;
+        ++displayPresses_;
         displayOverrideMs_ = eyes_->nowMs();
     }
 }
@@ -349,8 +350,8 @@ void Judge::seeCommand(const std::string &command) {
         if (command != kOverrideCommands[value])
             continue;
         const std::string request = "ControlOverride(" + std::to_string(value) + ")";
-        if (displayOverride_ == value)
-            displayOverride_ = -1;
+        if (displayPresses_ > 0 && displayOverride_ == value)
+            --displayPresses_;
         else if (std::string_view(handling_) != request)
             broken("an override is commanded when display or remote side want it", command);
         return;
@@ -816,7 +817,7 @@ bool Judge::isQuiet() const {
                                    bothSinceMs_};
     const bool isUnderWay = !handling_.empty() || eventDirty_ || reservationsDirty_ ||
                             hoursDirty_ || storesDue_ > 0 || cyclesDue_ > 0 ||
-                            displayOverride_ != -1 || isPruneDue_ || levelUnannounced_ ||
+                            displayPresses_ > 0 || isPruneDue_ || levelUnannounced_ ||
                             enableUnannounced_ || overrideUnannounced_;
     const std::int64_t lastMs = std::max(
         {clockTouchedMs_, storeFailedMs_, echoMs_, orderEndedMs_, commandedMs_, heldCommandMs_});
@@ -971,7 +972,7 @@ void Judge::checkKeys() {
         broken("the override follows what the Micom reports",
                "it is " + optionalText(overrideKey_) + ", the Micom reports " +
                    std::to_string(micomOverride_));
-    if (displayOverride_ != -1 && eyes_->nowMs() - displayOverrideMs_ > kPassesMs)
+    if (displayPresses_ > 0 && eyes_->nowMs() - displayOverrideMs_ > kPassesMs)
         broken("an override switched on the display is commanded", "it was not");
 }
 

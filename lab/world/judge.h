@@ -183,7 +183,8 @@ private:
     int micomCounts_ = 0;         // of the present cycle
     int cyclesDue_ = 0;
     bool displayWatched_ = false;
-    int displayOverride_ = -1; // switched on the display, and not yet commanded
+    int displayOverride_ = 0; // its key; each press is followed by the value that it then has
+    int displayPresses_ = 0;  // not yet commanded
     std::int64_t displayOverrideMs_ = 0;
     std::int64_t gateOpenMs_ = -1; // since when Wi-Fi and clock are in order
 

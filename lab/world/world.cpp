@@ -348,7 +348,8 @@ void World::waitUntil(std::int64_t timeMs) {
 
 /*
  * The monotonic clock, and with it every sleep and time-out, stands still meanwhile, as on a real
- * board. It is woken a second before anything that the service may notice.
+ * board. It is woken by what the Micom writes, and a second before anything else that the service
+ * may notice.
  */
 void World::suspend() {
     constexpr std::int64_t kWakesBeforeMs = kSecMs;
@@ -357,12 +358,12 @@ void World::suspend() {
         return;
     std::int64_t forMs = judge_.untilEdgeMs();
     for (int actor = 0; actor < kActors; ++actor) {
-        if (actor != kJudgeTick)
+        if (actor != kJudgeTick && actor != kAppliance)
             forMs = std::min(forMs, nextMs_[actor] - nowMs());
     }
     for (const std::int64_t due : remoteDueMs_)
         forMs = std::min(forMs, due - nowMs());
-    forMs = (forMs - kWakesBeforeMs) / kSecMs * kSecMs;
+    forMs = std::min(forMs - kWakesBeforeMs, nextMs_[kAppliance] - nowMs()) / kSecMs * kSecMs;
     if (forMs < kLeastMs)
         return;
     virtualtime::jumpClock(static_cast<double>(forMs) / 1000);

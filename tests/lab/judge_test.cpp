@@ -226,6 +226,14 @@ TEST_F(JudgeTest, OverrideThatIsNotCommandedIsBroken) {
     expectBroken([&] { pass(4); }, "switched on the display");
 }
 
+TEST_F(JudgeTest, PressesOfOneInstantAreBothFollowedByTheLast) {
+    set("db/corvane/dr/micom_override", "1");
+    set("db/corvane/dr/micom_override", "0");
+    EXPECT_NO_THROW(command("SET_SMARTGRID_OVERRIDE_OFF"));
+    EXPECT_NO_THROW(command("SET_SMARTGRID_OVERRIDE_OFF"));
+    expectBroken([&] { command("SET_SMARTGRID_OVERRIDE_OFF"); }, "an override is commanded when");
+}
+
 TEST_F(JudgeTest, WhatIsLeftAfterTerminateIsBroken) {
     const Judge::Remains thread{"thread 3", 0, false};
     const Judge::Remains lock{"", 1, false};
