@@ -26,8 +26,14 @@ class JudgeTest : public testing::Test, public Judge::Eyes {
 protected:
     void SetUp() override {
         judge.lifeBegins(*this, 0, 0, 0, 0);
-        see(Kind::Watch, "db/corvane/dr/micom_override");
         command("SET_SMARTGRID_DISABLE");
+        launch();
+        pass(598); // past the start's own exceptions, and the repeat of 12:10
+    }
+
+    /* The controllers of a start come one after the other. */
+    void launch() {
+        see(Kind::Watch, "db/corvane/dr/micom_override");
         see(Kind::Log, "start DefrostDelay Thread!!");
         now += 1'050;
         command("SET_SMARTGRID_LEVEL_NORMAL");
@@ -37,7 +43,6 @@ protected:
         see(Kind::Log, "start EnergyDR Thread!!");
         now += 1'050;
         see(Kind::Log, "start EnergyReport Thread!!");
-        pass(598); // past the start's own exceptions, and the repeat of 12:10
     }
 
     void see(Kind kind, const std::string &text) { judge.see({kind, text, 0}); }
@@ -296,6 +301,15 @@ protected:
         see(Kind::Notification, "SendDelayDefrostNotify(true)");
         see(Kind::Request, "SetDelayDefrost -> 1");
     }
+    /* A start with defrost delay off and defrost held. */
+    void startHeld() {
+        judge.lifeEnds(EndOfLife::Kill);
+        judge.lifeBegins(*this, 0, 0, 0, 1);
+        set("db/corvane/defrost/activate", "1");
+        command("SET_SMARTGRID_ENABLE");
+        command("SET_SMARTGRID_DISABLE");
+        launch();
+    }
     void openHour() {
         const std::string sql = "INSERT INTO power_usage_table (date, power_usage) "
                                 "values('2026073112', '0');";
@@ -307,7 +321,7 @@ protected:
     }
 
     void loseHourInAPowerCut() {
-        judge.lifeEnds(corvane::lab::EndOfLife::PowerCut);
+        judge.lifeEnds(EndOfLife::PowerCut);
         fakes::storage::execute("usage.db", "DELETE FROM power_usage_table");
         JudgeTest::SetUp();
     }
@@ -329,6 +343,21 @@ TEST_F(JudgeOfTables, DefrostDelaySwitchedOnByALookThatFailedIsExplained) {
     failsNow = true;
     switchDefrostDelayOn();
     EXPECT_NO_THROW(pass(30));
+}
+
+TEST_F(JudgeOfTables, StartThatFindsDefrostHeldWithoutDefrostDelayIsBroken) {
+    startHeld();
+    expectBroken([&] { pass(10); }, "defrost is held only inside the window");
+}
+
+TEST_F(JudgeOfTables, StartRepeatsWhatWasSwitchedOffBetweenLookAndHold) {
+    set("db/corvane/defrost/activate", "1");
+    command("SET_SMARTGRID_ENABLE");
+    EXPECT_NO_THROW(pass(10));
+    startHeld();
+    EXPECT_NO_THROW(pass(60)) << "the start's last word is a release, the state is held";
+    command("SET_SMARTGRID_DISABLE");
+    expectBroken([&] { pass(2); }, "the Micom hears the state of defrost delay");
 }
 
 TEST_F(JudgeOfTables, SecondRowForAnHourIsBroken) {
