@@ -181,7 +181,7 @@ void Judge::lifeEnds(EndOfLife end) {
     if (end == EndOfLife::PowerCut && isCounterUnsure_) {
         for (const std::pmr::string &hour : unsureHours_) {
             if (const std::size_t at = hours_.find(hour); at != hours_.npos)
-                hours_.erase(at, kKeyLength + 1);
+                hours_.erase(at == 0 ? 0 : at - 1, kKeyLength + 1); // with its comma
         }
         counterKnown_ = false;
         setCounterSure();
@@ -275,7 +275,7 @@ void Judge::seeLog(std::string_view text) {
 void Judge::collectDisplay(std::string_view text) {
     constexpr std::int64_t kMostRaw = 4'000'000; // begins anew beyond it
     displayRest_ = numberIn(text);
-    displayRaw_ = std::max<std::int64_t>(displayRaw_, 0) + fakes::power::sum() - displaySum_;
+    displayRaw_ += fakes::power::sum() - displaySum_;
     displaySum_ = fakes::power::sum();
     if (displayRaw_ > kMostRaw)
         displayRaw_ = -1;
@@ -375,10 +375,11 @@ void Judge::seeLevelCommand(int level) {
         (std::string_view(handling_) == "GetDRLCOverride()" && level == levelKey_.value_or(0));
     const bool isRepeat = utcFields(utc).tm_min % 10 == 0 && level == commandedLevel_;
     const bool isOrder = !handling_.empty() || now - orderEndedMs_ < kPassesMs;
+    const bool isStoring = startsWith(handling_, "ControlDRLC(") || now - orderEndedMs_ < kPassesMs;
     const auto begins = [&](const std::optional<Event> &event) {
         // While an order is being stored the worker's pass waits, with the time that it began at.
         const bool didBegin =
-            isOrder && event && event->startMs <= utc && event->endMs > orderUtcMs_;
+            isStoring && event && event->startMs <= utc && event->endMs > orderUtcMs_;
         return event && event->level == level && (isActiveAt(*event, utc) || didBegin);
     };
     const auto isOver = [&](const std::optional<Event> &event) {
@@ -459,9 +460,13 @@ void Judge::seeSql(const std::string &sql) {
         doubtTable();
     const bool isUnsure = unsureSeen_ != eyes_->unsureCommits();
     unsureSeen_ = eyes_->unsureCommits();
+    // A connection's first statement; after a failure perhaps once more.
+    const auto isOfUnsure = [&](bool before) { return isUnsure || (hasFailed && before); };
     if (startsWith(sql, "SELECT * FROM power_usage_table WHERE date = '")) {
         failuresAtLook_ = eyes_->storeFailures();
-        isLookUnsure_ = isUnsure; // a connection's first statement
+        isLookUnsure_ = isOfUnsure(isLookUnsure_);
+    } else if (startsWith(sql, "SELECT * FROM power_usage_table ORDER BY date DESC")) {
+        isUpdateUnsure_ = isOfUnsure(isUpdateUnsure_);
     }
     const bool isInsert = startsWith(sql, "INSERT");
     const bool isDelete = startsWith(sql, "DELETE");
@@ -503,7 +508,7 @@ void Judge::seeSql(const std::string &sql) {
             doubledHours_.emplace(valuesOf(sql)[0]); // it may be there already
         if (isInsert && isLookUnsure_)
             unsureHours_.emplace(valuesOf(sql)[0]);
-        if ((isInsert || isUpdate) && isLookUnsure_)
+        if ((isInsert && isLookUnsure_) || (isUpdate && isUpdateUnsure_))
             isCounterUnsure_ = true;
         else if (isInsert || isUpdate)
             setCounterSure(); // this commit makes those before it sure too
@@ -576,7 +581,8 @@ void Judge::seeRequest(const std::string &text) {
     if (arrow == text.npos) {
         noticeStoreFailures();
         handling_ = text;
-        orderUtcMs_ = eyes_->utcMs();
+        if (startsWith(text, "ControlDRLC("))
+            orderUtcMs_ = eyes_->utcMs();
         orderInserted_ = false;
         failuresAtRequest_ = eyes_->storeFailures();
         unsureAtRequest_ = eyes_->unsureCommits();
@@ -607,6 +613,10 @@ void Judge::answered(const std::string &command, int answer) {
     overrideAtAnswer_ = overrideKey_;
     blockAtAnswer_ = notifiedBlock_;
     enableAtAnswer_ = enableKey_;
+    if (command == "GetEnergyConsumption") {
+        const bool canTell = isClean && eyes_->canLookInto("usage.db") && !eyes_->isStoreTroubled();
+        consumptionAtAnswer_ = canTell ? consumption() : "";
+    }
     const bool isOfDefrost = command == "SetDelayDefrost" || command == "GetDelayDefrost";
     const bool isOfDr = command == "ControlDRLC" || command == "ControlOverride" ||
                         command == "GetDRLCOverride" || command == "GetDefrostBlock";
@@ -625,11 +635,10 @@ void Judge::answered(const std::string &command, int answer) {
 
 void Judge::told(const std::string &what, const std::string &value) {
     if (what == "consumption") {
-        const bool canTell = eyes_->canLookInto("usage.db") && !eyes_->isStoreTroubled() &&
-                             failuresAtRequest_ == eyes_->storeFailures() && doubledHours_.empty();
-        if (canTell && value != consumption())
+        const std::string right(consumptionAtAnswer_);
+        if (!right.empty() && value != right)
             broken("the month's and the last month's consumption are what their hours tell",
-                   "told was " + value + " instead of " + consumption());
+                   "told was " + value + " instead of " + right);
         return;
     }
     const bool isLevel = what == "level";
@@ -644,21 +653,22 @@ void Judge::told(const std::string &what, const std::string &value) {
 
 std::string Judge::consumption() const {
     const std::tm now = utcFields(eyes_->utcMs());
+    // Of two rows for an hour the service's query and this one find the same.
     const auto growth = [](int year, int month) { // months from 0
-        char sql[120];
-        std::snprintf(sql, sizeof sql,
-                      "SELECT power_usage FROM power_usage_table WHERE date LIKE '%04d%02d%%' "
+        char rows[120];
+        std::snprintf(rows, sizeof rows,
+                      "(SELECT power_usage FROM power_usage_table WHERE date LIKE '%04d%02d%%' "
                       "ORDER BY date",
                       year, month + 1);
-        const auto rows = fakes::storage::query("usage.db", sql);
-        return rows.empty() ? 0 : std::stoi(rows.back()[0]) - std::stoi(rows.front()[0]);
+        const std::string ofMonth = rows;
+        return fakes::storage::query("usage.db", "SELECT ifnull(" + ofMonth + " DESC LIMIT 1) - " +
+                                                     ofMonth + " LIMIT 1), 0)")[0][0];
     };
     const int year = now.tm_year + 1900;
-    const int last = now.tm_mon == 0 ? growth(year - 1, 11) : growth(year, now.tm_mon - 1);
-    char text[80];
-    std::snprintf(text, sizeof text, "%d.%02d and %d.00", growth(year, now.tm_mon),
-                  remainder_ / 100, last);
-    return text;
+    const std::string last = now.tm_mon == 0 ? growth(year - 1, 11) : growth(year, now.tm_mon - 1);
+    char remainder[20];
+    std::snprintf(remainder, sizeof remainder, "%02d", remainder_ / 100);
+    return growth(year, now.tm_mon) + "." + remainder + " and " + last + ".00";
 }
 
 // ---- The tables ----

@@ -156,14 +156,15 @@ private:
     std::uint64_t failuresAtRequest_ = 0;
     std::uint64_t unsureAtRequest_ = 0;
     std::pmr::string handling_;   // the request whose handler runs
-    std::int64_t orderUtcMs_ = 0; // when it was begun
+    std::int64_t orderUtcMs_ = 0; // when the last order was begun
     bool orderInserted_ = false;
     std::int64_t orderEndedMs_ = -1'000'000;
     int commandedLevel_ = -1; // the last level command
     std::int64_t commandedMs_ = 0;
     int micomOverride_ = -1; // as its key was last written in this life
     std::optional<int> levelAtAnswer_, overrideAtAnswer_, blockAtAnswer_, enableAtAnswer_;
-    int startLevel_ = 0; // of the key when the life began
+    std::pmr::string consumptionAtAnswer_; // empty: not known
+    int startLevel_ = 0;                   // of the key when the life began
     std::optional<int> heldCommand_;
     std::optional<int> notifiedLevel_, notifiedBlock_, notifiedEnable_, notifiedOverride_;
     bool levelUnannounced_ = false, enableUnannounced_ = false, overrideUnannounced_ = false;
@@ -211,6 +212,7 @@ private:
     std::uint64_t failuresAtLook_ = 0;
     std::uint64_t unsureSeen_ = 0;
     bool isLookUnsure_ = false;                   // the connection that looked for the hour's row
+    bool isUpdateUnsure_ = false;                 // the one that looked for the last row
     std::pmr::set<std::pmr::string> unsureHours_; // that a power cut may take back
     bool isCounterUnsure_ = false;                // likewise
     std::pmr::vector<std::pmr::string> hourDeletions_;
