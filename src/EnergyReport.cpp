@@ -290,7 +290,7 @@ int EnergyReport::_diffValByDate(const std::string &start, const std::string &en
         powerRecord last;
         table.selectAlignRecordByPart(last, start, end, "DESC");
         LOG(DLOG_DEBUG, "end date : %s, power : %s", last.date.c_str(), last.power_usage.c_str());
-        if (!last.power_usage.empty()) { // it is when this one query has failed
+        if (!last.power_usage.empty()) { // else this query, unlike the one before, has failed
             // Deliberate: a wrap of the counter in between is not made good.
             growth = static_cast<int>(std::int64_t{std::stoi(last.power_usage)} -
                                       std::stoi(first.power_usage));

@@ -414,7 +414,8 @@ TEST_F(ObjectTest, LineEndOfAMessageStaysAndStandardOutputAddsItsOwn) {
 }
 
 TEST_F(ObjectTest, MessageIsLoggedWholeAndIsNoFormatItself) {
-    for (const std::string &text : {std::string("100% %s %n"), std::string(5000, 'x')}) {
+    for (const std::string &text : {std::string("100% %s %n"), std::string(255, 'x'),
+                                    std::string(256, 'x'), std::string(5000, 'x')}) {
         LOG(DLOG_DEBUG, "%s", text.c_str());
         EXPECT_EQ(fakes::log::lines().back().message, text);
         EXPECT_TRUE(standardOutput().ends_with("] " + text + "\n"));
