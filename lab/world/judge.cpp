@@ -374,12 +374,12 @@ void Judge::seeLevelCommand(int level) {
         (drSinceMs_ < 0 && level == startLevel_) ||
         (std::string_view(handling_) == "GetDRLCOverride()" && level == levelKey_.value_or(0));
     const bool isRepeat = utcFields(utc).tm_min % 10 == 0 && level == commandedLevel_;
-    const bool isOrder = !handling_.empty() || now - orderEndedMs_ < kPassesMs;
-    const bool isStoring = startsWith(handling_, "ControlDRLC(") || now - orderEndedMs_ < kPassesMs;
+    const bool isAfterOrder = now - orderEndedMs_ < kPassesMs;
+    const bool isOrder = !handling_.empty() || isAfterOrder;
+    const std::int64_t sinceUtc = isAfterOrder ? orderUtcMs_ : requestUtcMs_;
     const auto begins = [&](const std::optional<Event> &event) {
         // While an order is being stored the worker's pass waits, with the time that it began at.
-        const bool didBegin =
-            isStoring && event && event->startMs <= utc && event->endMs > orderUtcMs_;
+        const bool didBegin = isOrder && event && event->startMs <= utc && event->endMs > sinceUtc;
         return event && event->level == level && (isActiveAt(*event, utc) || didBegin);
     };
     const auto isOver = [&](const std::optional<Event> &event) {
@@ -468,57 +468,67 @@ void Judge::seeSql(const std::string &sql) {
     } else if (startsWith(sql, "SELECT * FROM power_usage_table ORDER BY date DESC")) {
         isUpdateUnsure_ = isOfUnsure(isUpdateUnsure_);
     }
-    const bool isInsert = startsWith(sql, "INSERT");
-    const bool isDelete = startsWith(sql, "DELETE");
-    const bool isUpdate = startsWith(sql, "UPDATE");
-    if (!isInsert && !isDelete && !isUpdate && !startsWith(sql, "CREATE"))
+    if (startsWith(sql, "SELECT"))
         return;
-    if (sqlTable_ == kDrTable) {
-        eventDirty_ = true;
-        const bool isOrder =
-            startsWith(handling_, "ControlDRLC(") && !startsWith(handling_, "ControlDRLC(0");
-        if (isInsert) {
-            const auto values = valuesOf(sql);
-            const std::int64_t start = utcTextMs(values[3]);
-            inserted_ = Event{std::atoi(values[1].c_str()), start, start + lengthMs(values[2])};
-            acknowledged_ = std::nullopt;
-            orderInserted_ = true;
-            compareWithOrder(values[2], values[3]);
-        } else if (isDelete) {
-            if (isOrder && orderInserted_)
-                eventLost_ = true; // beside the order whose handler runs
-            replaced_ = event_ ? event_ : inserted_;
-            acknowledged_ = std::nullopt;
-        }
-    } else if (sqlTable_ == kDefrostTable) {
-        reservationsDirty_ = true;
-        if (isInsert) {
-            const auto values = valuesOf(sql);
-            insertedReservation_ = {std::atoi(values[0].c_str()),
-                                    {std::pmr::string(values[1]), std::pmr::string(values[2]),
-                                     std::pmr::string(values[3]), std::pmr::string(values[4])}};
-        } else if (isDelete) {
-            acknowledgedReservations_.erase(std::atoi(sql.c_str() + sql.rfind('=') + 1));
-        }
-    } else if (sqlTable_ == kPowerTable) {
-        hoursDirty_ = true;
-        if (isUpdate)
-            storesDue_ = std::max(0, storesDue_ - 1);
-        if (isInsert && eyes_->storeFailures() != failuresAtLook_)
-            doubledHours_.emplace(valuesOf(sql)[0]); // it may be there already
-        if (isInsert && isLookUnsure_)
-            unsureHours_.emplace(valuesOf(sql)[0]);
-        if ((isInsert && isLookUnsure_) || (isUpdate && isUpdateUnsure_))
-            isCounterUnsure_ = true;
-        else if (isInsert || isUpdate)
-            setCounterSure(); // this commit makes those before it sure too
-        if (isDelete)
-            hourDeletions_.emplace_back(sql.substr(sql.find("date ") + 5));
-        if (sql.find("date < ") != sql.npos) {
-            if (limits_.count(std::pmr::string(valuesOf(sql)[0])) == 0)
-                broken("only rows older than six months go", sql);
-            isPruneDue_ = false;
-        }
+    if (sqlTable_ == kDrTable)
+        seeEventSql(sql);
+    else if (sqlTable_ == kDefrostTable)
+        seeReservationSql(sql);
+    else if (sqlTable_ == kPowerTable)
+        seeHourSql(sql);
+}
+
+void Judge::seeEventSql(const std::string &sql) {
+    eventDirty_ = true;
+    const bool isOrder =
+        startsWith(handling_, "ControlDRLC(") && !startsWith(handling_, "ControlDRLC(0");
+    if (startsWith(sql, "INSERT")) {
+        const auto values = valuesOf(sql);
+        const std::int64_t start = utcTextMs(values[3]);
+        inserted_ = Event{std::atoi(values[1].c_str()), start, start + lengthMs(values[2])};
+        acknowledged_ = std::nullopt;
+        orderInserted_ = true;
+        compareWithOrder(values[2], values[3]);
+    } else if (startsWith(sql, "DELETE")) {
+        if (isOrder && orderInserted_)
+            eventLost_ = true; // beside the order whose handler runs
+        replaced_ = event_ ? event_ : inserted_;
+        acknowledged_ = std::nullopt;
+    }
+}
+
+void Judge::seeReservationSql(const std::string &sql) {
+    reservationsDirty_ = true;
+    if (startsWith(sql, "INSERT")) {
+        const auto values = valuesOf(sql);
+        insertedReservation_ = {std::atoi(values[0].c_str()),
+                                {std::pmr::string(values[1]), std::pmr::string(values[2]),
+                                 std::pmr::string(values[3]), std::pmr::string(values[4])}};
+    } else if (startsWith(sql, "DELETE")) {
+        acknowledgedReservations_.erase(std::atoi(sql.c_str() + sql.rfind('=') + 1));
+    }
+}
+
+void Judge::seeHourSql(const std::string &sql) {
+    hoursDirty_ = true;
+    const bool isInsert = startsWith(sql, "INSERT");
+    const bool isUpdate = startsWith(sql, "UPDATE");
+    if (isUpdate)
+        storesDue_ = std::max(0, storesDue_ - 1);
+    if (isInsert && eyes_->storeFailures() != failuresAtLook_)
+        doubledHours_.emplace(valuesOf(sql)[0]); // it may be there already
+    if (isInsert && isLookUnsure_)
+        unsureHours_.emplace(valuesOf(sql)[0]);
+    if ((isInsert && isLookUnsure_) || (isUpdate && isUpdateUnsure_))
+        isCounterUnsure_ = true;
+    else if (isInsert || isUpdate)
+        setCounterSure(); // this commit makes those before it sure too
+    if (startsWith(sql, "DELETE"))
+        hourDeletions_.emplace_back(sql.substr(sql.find("date ") + 5));
+    if (sql.find("date < ") != sql.npos) {
+        if (limits_.count(std::pmr::string(valuesOf(sql)[0])) == 0)
+            broken("only rows older than six months go", sql);
+        isPruneDue_ = false;
     }
 }
 
@@ -581,8 +591,7 @@ void Judge::seeRequest(const std::string &text) {
     if (arrow == text.npos) {
         noticeStoreFailures();
         handling_ = text;
-        if (startsWith(text, "ControlDRLC("))
-            orderUtcMs_ = eyes_->utcMs();
+        requestUtcMs_ = eyes_->utcMs();
         orderInserted_ = false;
         failuresAtRequest_ = eyes_->storeFailures();
         unsureAtRequest_ = eyes_->unsureCommits();
@@ -599,6 +608,7 @@ void Judge::answered(const std::string &command, int answer) {
     const bool isSure = unsureAtRequest_ == eyes_->unsureCommits();
     const bool isClean = failuresAtRequest_ == eyes_->storeFailures();
     if (command == "ControlDRLC" && answer == 1) {
+        orderUtcMs_ = requestUtcMs_;
         orderEndedMs_ = eyes_->nowMs();
         if (isClean)
             eventDoubtful_ = false;
@@ -609,11 +619,15 @@ void Judge::answered(const std::string &command, int answer) {
         if (orderInserted_ && isClean && !startsWith(handling_, "ControlDRLC(0") && drSinceMs_ < 0)
             broken("a handler without controller answers 0", std::string(handling_));
     }
-    levelAtAnswer_ = notifiedLevel_;
-    overrideAtAnswer_ = overrideKey_;
-    blockAtAnswer_ = notifiedBlock_;
-    enableAtAnswer_ = enableKey_;
-    if (command == "GetEnergyConsumption") {
+    // Another request may be answered before these answers arrive.
+    if (command == "GetDRLCOverride") {
+        levelAtAnswer_ = notifiedLevel_;
+        overrideAtAnswer_ = overrideKey_;
+    } else if (command == "GetDefrostBlock") {
+        blockAtAnswer_ = notifiedBlock_;
+    } else if (command == "GetDelayDefrost") {
+        enableAtAnswer_ = enableKey_;
+    } else if (command == "GetEnergyConsumption") {
         const bool canTell = isClean && eyes_->canLookInto("usage.db") && !eyes_->isStoreTroubled();
         consumptionAtAnswer_ = canTell ? consumption() : "";
     }

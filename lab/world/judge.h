@@ -105,6 +105,9 @@ private:
     void seeLevelCommand(int level);
     void seeNotification(const std::string &text);
     void seeSql(const std::string &sql);
+    void seeEventSql(const std::string &sql); // of what changes a table
+    void seeReservationSql(const std::string &sql);
+    void seeHourSql(const std::string &sql);
     void collectDisplay(std::string_view text);
     void seePost(const std::string &text);
     void seeRequest(const std::string &text);
@@ -155,8 +158,9 @@ private:
     std::uint64_t storeFailuresSeen_ = 0;
     std::uint64_t failuresAtRequest_ = 0;
     std::uint64_t unsureAtRequest_ = 0;
-    std::pmr::string handling_;   // the request whose handler runs
-    std::int64_t orderUtcMs_ = 0; // when the last order was begun
+    std::pmr::string handling_;     // the request whose handler runs
+    std::int64_t requestUtcMs_ = 0; // when it was begun
+    std::int64_t orderUtcMs_ = 0;   // when the last order that was answered was begun
     bool orderInserted_ = false;
     std::int64_t orderEndedMs_ = -1'000'000;
     int commandedLevel_ = -1; // the last level command

@@ -250,6 +250,17 @@ TEST_F(JudgeTest, FigureToAnotherAddressIsBroken) {
         "is posted to the metering service");
 }
 
+TEST_F(JudgeTest, QueryIsAnsweredWithWhatWasReportedByThen) {
+    see(Kind::Notification, "SendDefrostBlockNotify(1)");
+    see(Kind::Request, "GetDefrostBlock()");
+    see(Kind::Request, "GetDefrostBlock -> 1");
+    see(Kind::Notification, "SendDefrostBlockNotify(0)"); // before the answer has arrived
+    see(Kind::Request, "ControlOverride(2)");
+    see(Kind::Request, "ControlOverride -> 1");
+    EXPECT_NO_THROW(judge.told("block", "1"));
+    expectBroken([&] { judge.told("block", "0"); }, "what was last reported");
+}
+
 TEST_F(JudgeTest, OverrideThatIsNotCommandedIsBroken) {
     set("db/corvane/dr/micom_override", "1");
     expectBroken([&] { pass(4); }, "switched on the display");
