@@ -58,6 +58,18 @@ TEST(Memory, RestoredLifeIsEqualToTheUninterruptedOne) {
     }
 }
 
+TEST(Memory, RefrigeratorBegunFromAMemoryIsEqualToTheRestoredOne) {
+    Appliance life(1);
+    life.order("SET_SMARTGRID_LEVEL3", 5);
+    const RefrigeratorMemory saved = life.refrigerator.memory();
+    Refrigerator restored(1, afterHours(500));
+    restored.restore(saved);
+    Refrigerator begun(1, saved);
+    restored.advance(afterHours(40));
+    begun.advance(afterHours(40));
+    EXPECT_EQ(toText({begun.memory(), {}}), toText({restored.memory(), {}}));
+}
+
 TEST(Memory, DelayOfAReturnIsKept) {
     Appliance before(1);
     before.order("SET_SMARTGRID_LEVEL3", 1);
