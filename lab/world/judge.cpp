@@ -46,7 +46,7 @@ constexpr std::int64_t kDecember2015Sec = 1'448'928'000;
 constexpr std::size_t kKeyLength = 10; // of an hour
 constexpr int kCounterWrap = 1'000'000;
 constexpr int kCountsPerUnit = 10'000;
-constexpr int kLargestReading = 400; // of the display, lit
+constexpr int kLargestReading = 2'000; // of a display as a scenario may have it
 
 std::int64_t sinceMark(std::int64_t utcMs) {
     return ((utcMs % kMarkMs) + kMarkMs) % kMarkMs; // also before 1970
