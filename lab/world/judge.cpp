@@ -36,6 +36,7 @@ constexpr const char *kHeld = "SET_SMARTGRID_ENABLE";
 constexpr const char *kReleased = "SET_SMARTGRID_DISABLE";
 
 /* A pass comes each second; what follows one has followed after two and a half. */
+constexpr std::int64_t kPassMs = 1'000;
 constexpr std::int64_t kPassesMs = 2'500;
 /* Construction of all controllers from the moment that the gate may open. */
 constexpr std::int64_t kGateMs = 12'000;
@@ -157,6 +158,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     levelDoubtful_ = false;
     sqlTable_ = kNoTable;
     lastCycleMs_ = -1;
+    isPosting_ = false;
     storesDue_ = cyclesDue_ = 0;
     remainder_ = 0;
     displayPresses_ = 0;
@@ -251,12 +253,14 @@ void Judge::seeLog(std::string_view text) {
     else if (startsWith(text, "REPORT] [UTC]currentTime")) {
         checkTaskPause(lastCycleMs_);
         lastCycleMs_ = now;
+        isPosting_ = true;
         micomCounts_ = ((watts_[0] * 256 + watts_[1]) * 256 + watts_[2]) * 256 + watts_[3];
         if (--cyclesDue_ < 0)
             broken("a metering cycle follows each publication", "there was none for this cycle");
     } else if (startsWith(text, "REPORT] Remain LCD energy RAW: ")) {
         collectDisplay(text);
     } else if (startsWith(text, "REPORT] saveValue : ")) {
+        isPosting_ = false;
         const int total = remainder_ + postedCounts_;
         remainder_ = total % kCountsPerUnit;
         expected_ += total / kCountsPerUnit;
@@ -374,12 +378,11 @@ void Judge::seeLevelCommand(int level) {
         (drSinceMs_ < 0 && level == startLevel_) ||
         (std::string_view(handling_) == "GetDRLCOverride()" && level == levelKey_.value_or(0));
     const bool isRepeat = utcFields(utc).tm_min % 10 == 0 && level == commandedLevel_;
-    const bool isAfterOrder = now - orderEndedMs_ < kPassesMs;
-    const bool isOrder = !handling_.empty() || isAfterOrder;
-    const std::int64_t sinceUtc = isAfterOrder ? orderUtcMs_ : requestUtcMs_;
+    const bool isOrder = !handling_.empty() || now - orderEndedMs_ < kPassesMs;
     const auto begins = [&](const std::optional<Event> &event) {
-        // While an order is being stored the worker's pass waits, with the time that it began at.
-        const bool didBegin = isOrder && event && event->startMs <= utc && event->endMs > sinceUtc;
+        // Beside a busy database the worker's pass waits, with the time at which it began.
+        const bool didBegin = now - storeFailedMs_ < kPassesMs && event && event->startMs <= utc &&
+                              event->endMs > storeBusySinceUtcMs_ - kPassMs;
         return event && event->level == level && (isActiveAt(*event, utc) || didBegin);
     };
     const auto isOver = [&](const std::optional<Event> &event) {
@@ -441,6 +444,8 @@ bool Judge::noticeStoreFailures() {
     if (failures == storeFailuresSeen_)
         return false;
     storeFailuresSeen_ = failures;
+    if (eyes_->nowMs() - storeFailedMs_ > kPassesMs)
+        storeBusySinceUtcMs_ = eyes_->utcMs();
     storeFailedMs_ = eyes_->nowMs();
     doubtTable();
     return true;
@@ -591,7 +596,6 @@ void Judge::seeRequest(const std::string &text) {
     if (arrow == text.npos) {
         noticeStoreFailures();
         handling_ = text;
-        requestUtcMs_ = eyes_->utcMs();
         orderInserted_ = false;
         failuresAtRequest_ = eyes_->storeFailures();
         unsureAtRequest_ = eyes_->unsureCommits();
@@ -608,7 +612,6 @@ void Judge::answered(const std::string &command, int answer) {
     const bool isSure = unsureAtRequest_ == eyes_->unsureCommits();
     const bool isClean = failuresAtRequest_ == eyes_->storeFailures();
     if (command == "ControlDRLC" && answer == 1) {
-        orderUtcMs_ = requestUtcMs_;
         orderEndedMs_ = eyes_->nowMs();
         if (isClean)
             eventDoubtful_ = false;
@@ -840,7 +843,7 @@ bool Judge::isQuiet() const {
                                    overrideWrongSinceMs_, energyWrongSinceMs_, gateOpenMs_,
                                    bothSinceMs_};
     const bool isUnderWay = !handling_.empty() || eventDirty_ || reservationsDirty_ ||
-                            hoursDirty_ || storesDue_ > 0 || cyclesDue_ > 0 ||
+                            hoursDirty_ || storesDue_ > 0 || cyclesDue_ > 0 || isPosting_ ||
                             displayPresses_ > 0 || isPruneDue_ || levelUnannounced_ ||
                             enableUnannounced_ || overrideUnannounced_;
     const std::int64_t lastMs = std::max(

@@ -155,12 +155,11 @@ private:
     std::int64_t reportSinceMs_ = -1;
     std::int64_t clockTouchedMs_ = 0;
     std::int64_t storeFailedMs_ = -1'000'000;
+    std::int64_t storeBusySinceUtcMs_ = 0; // without a break of more than a pass
     std::uint64_t storeFailuresSeen_ = 0;
     std::uint64_t failuresAtRequest_ = 0;
     std::uint64_t unsureAtRequest_ = 0;
-    std::pmr::string handling_;     // the request whose handler runs
-    std::int64_t requestUtcMs_ = 0; // when it was begun
-    std::int64_t orderUtcMs_ = 0;   // when the last order that was answered was begun
+    std::pmr::string handling_; // the request whose handler runs
     bool orderInserted_ = false;
     std::int64_t orderEndedMs_ = -1'000'000;
     int commandedLevel_ = -1; // the last level command
@@ -180,6 +179,7 @@ private:
     std::int64_t heldCommandMs_ = 0;
     bool releasedByStart_ = false; // that was a start's last word while defrost delay is off
     std::int64_t lastCycleMs_ = -1;
+    bool isPosting_ = false; // its figure
     int storesDue_ = 0;
     int postedCounts_ = 0;
     std::int64_t displaySum_ = 0; // of the display's readings that have been collected

@@ -354,7 +354,7 @@ void World::waitUntil(std::int64_t timeMs) {
 void World::suspend() {
     constexpr std::int64_t kWakesBeforeMs = kSecMs;
     constexpr std::int64_t kLeastMs = 3 * kSecMs;
-    if (!judge_.isQuiet() || isStoreTroubled())
+    if (!judge_.isQuiet() || isStoreTroubled() || micomWroteMs_ == nowMs())
         return;
     std::int64_t forMs = judge_.untilEdgeMs();
     for (int actor = 0; actor < kActors; ++actor) {
@@ -502,6 +502,7 @@ void World::planAppliance() {
 void World::advanceAppliance() {
     life_->appliance->advance(trueMs(), [this](const char *key, int value) {
         judge_.micomWrites(key, value);
+        micomWroteMs_ = nowMs();
         fakes::settings::set(key, value);
     });
     fakes::power::set(life_->appliance->displayReading());

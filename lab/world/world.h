@@ -142,6 +142,7 @@ private:
     std::int64_t endMs_ = 0;
     std::int64_t calmMs_ = 0;
     bool isCalm_ = false;
+    std::int64_t micomWroteMs_ = -1;
     bool wifiConnected_ = true;
     bool isPowerCut_ = false; // the last life ended with one
     std::int64_t storeTroubledUntilMs_ = 0;

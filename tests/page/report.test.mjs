@@ -53,7 +53,7 @@ before(async () => {
   browser = await launch();
 });
 after(async () => {
-  await browser.close();
+  await browser?.close();
   rmSync(folder, { recursive: true });
 });
 
