@@ -97,7 +97,7 @@ TEST_F(GrowthTest, QueryForTheLastHourThatFailsReadsAsNoGrowth) {
     storeHours({{"2026050110", "1500"}, {"2026050111", "1600"}});
     observe([](const Entry &entry) {
         if (entry.text.find(" DESC ") != std::string::npos) {
-            storage::failStatements(storage::Trouble::IoError, 10);
+            storage::failFileOperation(1);
         }
     });
     EXPECT_EQ(growthOfMay(), 0);
