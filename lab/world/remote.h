@@ -16,7 +16,8 @@
 
 namespace corvane::lab {
 
-/* What a query was answered: "level", "override", "block" or "enabled", and its value. */
+/* What a query was answered: "level", "override", "block" or "enabled", and its number; or
+ * "consumption", and its two figures as "12.34 and 56.00". */
 using Told = std::function<void(const char *what, const std::string &value)>;
 
 /*

@@ -142,7 +142,7 @@ private:
     std::int64_t endMs_ = 0;
     std::int64_t calmMs_ = 0;
     bool isCalm_ = false;
-    std::int64_t micomWroteMs_ = -1;
+    std::int64_t micomWroteMs_ = -1; // last; the service hears of it within the same moment
     bool wifiConnected_ = true;
     bool isPowerCut_ = false; // the last life ended with one
     std::int64_t storeTroubledUntilMs_ = 0;

@@ -431,8 +431,8 @@ TEST_F(JudgeOfTables, SecondRowForAnHourWhoseLookFailedIsExplained) {
     EXPECT_NO_THROW(openHour());
 }
 
-TEST_F(JudgeOfTables, WindowMayBeginInEitherOfTwoHoursThatAreOne) {
-    constexpr std::int64_t kHourMs = 3'600'000, kDaysMs = 24 * kHourMs * 86; // to 2026-10-25T12:00Z
+TEST_F(JudgeOfTables, WindowInAnHourThatIsRepeatedOrLeftOutMayBeginInEitherOfTwo) {
+    constexpr std::int64_t kHourMs = 3'600'000, kDayMs = 24 * kHourMs;
     const char *const before = getenv("TZ");
     const std::optional<std::string> zone =
         before != nullptr ? std::optional<std::string>(before) : std::nullopt;
@@ -448,12 +448,15 @@ TEST_F(JudgeOfTables, WindowMayBeginInEitherOfTwoHoursThatAreOne) {
         command(isHeld ? "SET_SMARTGRID_ENABLE" : "SET_SMARTGRID_DISABLE");
         pass(30);
     };
-    for (const std::int64_t hour : {0, 1}) { // UTC; 02:41 both
-        now = kDaysMs + (hour - 12) * kHourMs + 41 * 60'000;
-        EXPECT_NO_THROW(passHeld(true));
-        EXPECT_NO_THROW(passHeld(false));
+    // 2026-10-25, at 02:41 and 02:41 again, and 2027-03-28, at 01:41 and 03:41.
+    for (const std::int64_t days : {86, 240}) {
+        for (const std::int64_t hour : {0, 1}) { // UTC
+            now = days * kDayMs + (hour - 12) * kHourMs + 41 * 60'000;
+            EXPECT_NO_THROW(passHeld(true));
+            EXPECT_NO_THROW(passHeld(false));
+        }
     }
-    now += 24 * kHourMs;
+    now = 241 * kDayMs - 12 * kHourMs + 41 * 60'000; // the day after at 02:41
     EXPECT_NO_THROW(passHeld(true));
     expectBroken([&] { passHeld(false); }, "defrost is held inside the window");
     if (zone)

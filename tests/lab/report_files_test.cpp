@@ -170,6 +170,25 @@ TEST(ReportPage, TellsARepeatedRefusalOnce) {
     EXPECT_THAT(table, HasSubstr(">kill<"));
 }
 
+TEST(ReportPage, TellsRefusalsOfTwoLevelsApart) {
+    Runs runs = madeUpRuns();
+    for (const char *level : {"2", "3"})
+        runs.with.notes.push_back({runs.with.beginMs, NoteKind::Request, true,
+                                   "ControlDRLC(" + std::string(level) + ", 01:50:00) refused"});
+    const std::string page = html(runs, figuresOf(runs), {}, {});
+    const std::string trouble = page.substr(page.find("Faults and refusals"));
+    EXPECT_EQ(countIn(trouble.substr(0, trouble.find("</table>")), "ControlDRLC"), 2U);
+}
+
+TEST(ReportPage, TellsTheDayToWhichARepeatedRefusalGoesOn) {
+    Runs runs = madeUpRuns();
+    for (const std::int64_t day : {0, 1})
+        runs.with.notes.push_back({runs.with.beginMs + day * 1'440 * kMinuteMs, NoteKind::Request,
+                                   true, "ControlDRLC(2, 01:50:00) refused"});
+    EXPECT_THAT(html(runs, figuresOf(runs), {}, {}),
+                HasSubstr("refused, 2 times until 2026-06-02 00:00:00<"));
+}
+
 TEST(ReportPage, MakesHarmlessWhatAScenarioSays) {
     Runs runs = madeUpRuns();
     runs.scenario.title = "<img src=x>";
