@@ -1,0 +1,65 @@
+/*
+ * The rules of what the remote side hears: every change of a key, in order, and the same in answer
+ * to its queries; and of the override, which display, remote side and Micom share.
+ */
+#ifndef CORVANE_LAB_REMOTE_RULES_H
+#define CORVANE_LAB_REMOTE_RULES_H
+
+#include "scene.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace corvane::lab {
+
+class RemoteRules {
+public:
+    explicit RemoteRules(const Scene &scene) : scene_(scene) {}
+
+    void lifeBegins();
+
+    // What is seen. A key's new value is not in the scene yet.
+    void levelWritten();
+    void overrideWritten(int value);
+    void enableWritten();
+    /* After the scene has it. */
+    void notified(const std::string &text);
+    void answered(const std::string &command);
+    /* A query was answered so, right after its answer was seen. */
+    void told(const std::string &what, const std::string &value) const;
+
+    void displayIsWatched() { isDisplayWatched_ = true; }
+    void displayPressed(int value);
+    void overrideCommanded(int value, const std::string &command);
+    void overrideEchoed(int value);
+    /* isHeldUp: what follows the echo in the service may come late. */
+    void levelEchoed(bool isHeldUp);
+
+    // What must hold while time passes.
+    void check();
+    void calm(int micomLevel) const;
+
+    bool isQuiet() const;
+
+private:
+    const Scene &scene_;
+    bool levelUnannounced_ = false, enableUnannounced_ = false, overrideUnannounced_ = false;
+    std::optional<int> levelAtAnswer_, overrideAtAnswer_, blockAtAnswer_, enableAtAnswer_;
+
+    bool isDisplayWatched_ = false;
+    int displayOverride_ = 0; // its key; each press is followed by the value that it then has
+    int displayPresses_ = 0;  // not yet commanded
+    std::int64_t displayOverrideMs_ = 0;
+    int micomOverride_ = -1; // as its key was last written in this life
+
+    std::int64_t levelEchoMs_ = -1'000'000;
+    bool isLevelDoubtful_ = false; // two echoes came within half a minute
+
+    // Since when the override is another than the Micom's; -1: it is not.
+    std::int64_t overrideWrongSinceMs_ = -1;
+};
+
+} // namespace corvane::lab
+
+#endif
