@@ -52,6 +52,21 @@ protected:
     }
     void command(const std::string &text) { set("memory/refrigerator/TxMessage", text); }
 
+    /* An event that is ordered to begin at once, and its command. */
+    void beginEvent(int ofLevel) {
+        const std::string number = std::to_string(ofLevel);
+        see(Kind::Request, "ControlDRLC(" + number + ", 01:00:00, 12:09:00)");
+        see(Kind::Sql, "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, drlcStartTime) "
+                       "values('0', '" +
+                           number + "', '01:00:00', '2026-07-31T12:09:00');");
+        see(Kind::Request, "ControlDRLC -> 1");
+        command("SET_SMARTGRID_LEVEL" + number);
+    }
+    void report(int ofLevel) {
+        set("db/corvane/dr/level", std::to_string(ofLevel));
+        see(Kind::Notification, "SendDRLCNotify(" + std::to_string(ofLevel) + ")");
+    }
+
     /* Seconds in which the repeats come and the judge looks each second. */
     void pass(int seconds) {
         for (; seconds > 0; --seconds) {
@@ -162,6 +177,31 @@ TEST_F(JudgeTest, IntervalThatHasPassedStoredForTodayIsBroken) {
                            "values('0', '2', '00:01:00', '2026-07-31T11:00:00');");
         },
         "meant for tomorrow");
+}
+
+TEST_F(JudgeTest, EchoThatTheLevelKeyDoesNotFollowIsBroken) {
+    beginEvent(4);
+    judge.micomWrites("memory/refrigerator/SmartGridDrLevel", 4);
+    expectBroken([&] { judge.calm(4); }, "follows the appliance's echo");
+    report(4);
+    EXPECT_NO_THROW(judge.calm(4));
+    expectBroken([&] { judge.calm(3); }, "follows the command");
+}
+
+TEST_F(JudgeTest, LevelThatTheApplianceKeptOverTheEndOfItsEventNeedsNoEcho) {
+    beginEvent(4);
+    judge.micomWrites("memory/refrigerator/SmartGridDrLevel", 4);
+    report(4);
+    see(Kind::Request, "ControlDRLC(0, , )"); // of which it hears nothing
+    report(0);
+    command("SET_SMARTGRID_LEVEL_NORMAL");
+    see(Kind::Request, "ControlDRLC -> 1");
+    expectBroken([&] { judge.calm(4); }, "follows the command");
+    beginEvent(4);
+    EXPECT_NO_THROW(judge.calm(4));
+    now += 60'000;
+    judge.micomWrites("memory/refrigerator/SmartGridDrLevel", 4);
+    expectBroken([&] { judge.calm(4); }, "follows the appliance's echo");
 }
 
 TEST_F(JudgeTest, NormalLevelForNoReasonIsBroken) {

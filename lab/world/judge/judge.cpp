@@ -161,7 +161,7 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
     if (key == kCommandKey) {
         seeCommand(value);
     } else if (key == kLevelKey) {
-        remote_.levelWritten();
+        remote_.levelWritten(number);
         scene_.level.key = number;
     } else if (key == kOverrideKey) {
         remote_.overrideWritten(number);
@@ -194,7 +194,7 @@ void Judge::micomWrites(const std::string &key, int value) {
     if (key == kOverrideEchoKey)
         remote_.overrideEchoed(value);
     else if (key == kLevelEchoKey)
-        remote_.levelEchoed(scene_.eyes->isMeteringTroubled() || energy_.isBehind());
+        remote_.levelEchoed(value, scene_.eyes->isMeteringTroubled() || energy_.isBehind());
 }
 
 void Judge::seeNotification(const std::string &text) {

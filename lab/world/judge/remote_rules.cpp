@@ -15,10 +15,11 @@ void RemoteRules::lifeBegins() {
 
 // ---- Keys and notifications ----
 
-void RemoteRules::levelWritten() {
+void RemoteRules::levelWritten(int value) {
     if (levelUnannounced_)
         scene_.broken("the remote side hears of every change of the level", "one was not notified");
     levelUnannounced_ = true;
+    isLevelReset_ = value == 0 && levelEcho_ != 0;
 }
 
 void RemoteRules::overrideWritten(int value) {
@@ -105,12 +106,14 @@ void RemoteRules::overrideEchoed(int value) {
         micomOverride_ = value;
 }
 
-void RemoteRules::levelEchoed(bool isHeldUp) {
+void RemoteRules::levelEchoed(int value, bool isHeldUp) {
     const std::int64_t now = scene_.nowMs();
     // The follower of the one before may not have run yet: it waits a second, and longer while the
     // metering service holds up the task thread.
     isLevelDoubtful_ = now - levelEchoMs_ < 30'000 || isHeldUp;
+    levelEcho_ = value;
     levelEchoMs_ = now;
+    isLevelReset_ = false;
 }
 
 // ---- What must hold while time passes ----
@@ -138,7 +141,10 @@ void RemoteRules::check() {
 }
 
 void RemoteRules::calm(int micomLevel) const {
-    if (!isLevelDoubtful_ && scene_.level.key.value_or(0) != micomLevel)
+    // The appliance has kept its level over the end of an event and the begin of the next, and so
+    // has nothing to echo.
+    const bool isKept = isLevelReset_ && levelEcho_ == micomLevel;
+    if (!isLevelDoubtful_ && !isKept && scene_.level.key.value_or(0) != micomLevel)
         scene_.broken("the level key follows the appliance's echo",
                       "it holds " + optionalText(scene_.level.key) + ", the appliance reports " +
                           std::to_string(micomLevel));

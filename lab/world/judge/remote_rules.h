@@ -20,7 +20,7 @@ public:
     void lifeBegins();
 
     // What is seen. A key's new value is not in the scene yet.
-    void levelWritten();
+    void levelWritten(int value);
     void overrideWritten(int value);
     void enableWritten();
     /* After the scene has it. */
@@ -34,7 +34,7 @@ public:
     void overrideCommanded(int value, const std::string &command);
     void overrideEchoed(int value);
     /* isHeldUp: what follows the echo in the service may come late. */
-    void levelEchoed(bool isHeldUp);
+    void levelEchoed(int value, bool isHeldUp);
 
     // What must hold while time passes.
     void check();
@@ -53,8 +53,10 @@ private:
     std::int64_t displayOverrideMs_ = 0;
     int micomOverride_ = -1; // as its key was last written in this life
 
+    int levelEcho_ = -1; // the last, of any life; -1: none yet
     std::int64_t levelEchoMs_ = -1'000'000;
     bool isLevelDoubtful_ = false; // two echoes came within half a minute
+    bool isLevelReset_ = false;    // by an event's end, and not echoed since
 
     // Since when the override is another than the Micom's; -1: it is not.
     std::int64_t overrideWrongSinceMs_ = -1;
