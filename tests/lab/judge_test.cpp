@@ -186,6 +186,8 @@ TEST_F(JudgeTest, EchoThatTheLevelKeyDoesNotFollowIsBroken) {
     report(4);
     EXPECT_NO_THROW(judge.calm(4));
     expectBroken([&] { judge.calm(3); }, "follows the command");
+    report(0); // though the event lasts
+    expectBroken([&] { judge.calm(4); }, "follows the appliance's echo");
 }
 
 TEST_F(JudgeTest, LevelThatTheApplianceKeptOverTheEndOfItsEventNeedsNoEcho) {
@@ -193,8 +195,9 @@ TEST_F(JudgeTest, LevelThatTheApplianceKeptOverTheEndOfItsEventNeedsNoEcho) {
     judge.micomWrites("memory/refrigerator/SmartGridDrLevel", 4);
     report(4);
     see(Kind::Request, "ControlDRLC(0, , )"); // of which it hears nothing
-    report(0);
+    set("db/corvane/dr/level", "0");
     command("SET_SMARTGRID_LEVEL_NORMAL");
+    see(Kind::Notification, "SendDRLCNotify(0)");
     see(Kind::Request, "ControlDRLC -> 1");
     expectBroken([&] { judge.calm(4); }, "follows the command");
     beginEvent(4);

@@ -1,3 +1,6 @@
+/*
+ * In this order: commands and keys, reservations, what must hold while time passes.
+ */
 #include "defrost_rules.h"
 
 #include "seen_texts.h"
@@ -19,11 +22,10 @@ void DefrostRules::lifeBegins() {
 
 // ---- Commands and keys ----
 
-void DefrostRules::commanded(int isHeld) {
-    heldCommand_ = isHeld;
+void DefrostRules::commanded(bool isHeld) {
+    heldCommand_ = isHeld ? 1 : 0;
     heldCommandMs_ = scene_.nowMs();
-    releasedByStart_ =
-        isHeld == 0 && scene_.defrostSinceMs < 0 && scene_.enable.key.value_or(0) == 0;
+    releasedByStart_ = !isHeld && scene_.defrostSinceMs < 0 && scene_.enable.key.value_or(0) == 0;
 }
 
 void DefrostRules::enableWritten(int value) {
@@ -48,6 +50,8 @@ void DefrostRules::seeChange(const std::string &sql) {
     isDirty_ = true;
     if (startsWith(sql, "INSERT")) {
         const auto values = valuesOf(sql);
+        if (values.size() < 5)
+            scene_.broken("a reservation is stored with all its texts", sql);
         inserted_ = {std::atoi(values[0].c_str()),
                      {std::pmr::string(values[1]), std::pmr::string(values[2]),
                       std::pmr::string(values[3]), std::pmr::string(values[4])}};
@@ -170,7 +174,6 @@ void DefrostRules::checkBoth(std::optional<bool> isEventStored) {
 }
 
 void DefrostRules::checkRepeat(std::int64_t ofMinuteMs) const {
-    constexpr std::int64_t kMinuteMs = 60'000;
     const std::time_t seconds = scene_.utcMs() / 1000;
     std::tm local{};
     localtime_r(&seconds, &local);

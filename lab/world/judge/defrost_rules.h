@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory_resource>
 #include <optional>
 #include <string>
 #include <utility>
@@ -25,10 +26,11 @@ public:
     void lifeEndsBesideOrder() { bothExplained_ = true; }
 
     // What is seen. A key's new value is not in the scene yet.
-    void commanded(int isHeld);
+    void commanded(bool isHeld);
     void enableWritten(int value);
     void activeWritten(int value);
     void seeChange(const std::string &sql); // of the table
+    /* Any request was. isSure and isClean as in EventRules::ordered. */
     void answered(const std::string &command, int answer, bool isSure, bool isClean);
 
     void doubt() { isDoubtful_ = true; } // the service may not have been able to read the table
@@ -40,7 +42,7 @@ public:
     void checkRepeat(std::int64_t ofMinuteMs) const;
 
     bool isQuiet() const;
-    /* Until a window begins or ends, or the most of all. */
+    /* Until a window begins or ends; the largest number when there is none. */
     std::int64_t untilEdgeMs() const;
 
 private:

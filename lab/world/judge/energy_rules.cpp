@@ -1,3 +1,7 @@
+/*
+ * In this order: the figure, the hours' table as it is changed and as it is read, the consumption,
+ * what must hold while time passes.
+ */
 #include "energy_rules.h"
 
 #include "fakes.h"
@@ -154,9 +158,9 @@ void EnergyRules::seeChange(const std::string &sql) {
     if (isUpdate)
         storesDue_ = std::max(0, storesDue_ - 1);
     if (isInsert && scene_.eyes->storeFailures() != failuresAtLook_)
-        doubledHours_.emplace(valuesOf(sql)[0]); // it may be there already
+        doubledHours_.emplace(hourIn(sql)); // it may be there already
     if (isInsert && isLookUnsure_)
-        unsureHours_.emplace(valuesOf(sql)[0]);
+        unsureHours_.emplace(hourIn(sql));
     if ((isInsert && isLookUnsure_) || (isUpdate && isUpdateUnsure_))
         isCounterUnsure_ = true;
     else if (isInsert || isUpdate)
@@ -164,10 +168,17 @@ void EnergyRules::seeChange(const std::string &sql) {
     if (startsWith(sql, "DELETE"))
         deletions_.emplace_back(sql.substr(sql.find("date ") + 5));
     if (sql.find("date < ") != sql.npos) {
-        if (limits_.count(std::pmr::string(valuesOf(sql)[0])) == 0)
+        if (limits_.count(std::pmr::string(hourIn(sql))) == 0)
             scene_.broken("only rows older than six months go", sql);
         isPruneDue_ = false;
     }
+}
+
+std::string EnergyRules::hourIn(const std::string &sql) const {
+    const auto values = valuesOf(sql);
+    if (values.empty())
+        scene_.broken("the key of an hour is a text", sql);
+    return values[0];
 }
 
 void EnergyRules::setCounterSure() {
@@ -306,8 +317,7 @@ void EnergyRules::check() {
 }
 
 void EnergyRules::checkPruning() const {
-    constexpr std::int64_t kMonthChangeMs = 60'000;
-    if (isPruneDue_ && scene_.nowMs() - pruningToldMs_ > kMonthChangeMs && cyclesDue_ == 0 &&
+    if (isPruneDue_ && scene_.nowMs() - pruningToldMs_ > kMinuteMs && cyclesDue_ == 0 &&
         !scene_.eyes->isMeteringTroubled() && !scene_.eyes->isStoreTroubled())
         scene_.broken("rows older than six months go when the month changes", "none was deleted");
 }

@@ -36,6 +36,7 @@ public:
     void queried(bool canTell); // for the consumption
     void told(const std::string &value) const;
 
+    /* The service may not have been able to read or to change the table. */
     void doubt() { isCounterDoubtful_ = true; }
     bool isDirty() const { return isDirty_; }
     void read(); // the table
@@ -44,7 +45,7 @@ public:
     void check();
     void checkPruning() const;
 
-    bool isBehind() const { return cyclesDue_ > 1; }
+    bool isBehind() const { return cyclesDue_ > 1; } // publications wait for their cycles
     bool isQuiet() const;
 
 private:
@@ -53,6 +54,7 @@ private:
     void store(int grown);
     void beginPruning(std::string_view limit);
     void seeChange(const std::string &sql);
+    std::string hourIn(const std::string &sql) const; // the first text in it
     void setCounterSure();
     void compareHours(std::string_view hours);
     bool isGone(std::string_view hour, std::string_view hours) const;
@@ -74,14 +76,14 @@ private:
     int displayRest_ = 0;         // of these, as the service tells
 
     // The counter.
-    int storesDue_ = 0;
-    int remainder_ = 0;
-    std::int64_t counter_ = 0; // confirmed in the table
-    std::int64_t expected_ = 0;
+    int storesDue_ = 0;         // updates of the last row that must come
+    int remainder_ = 0;         // posted counts that are not yet a unit of the counter
+    std::int64_t counter_ = 0;  // confirmed in the table
+    std::int64_t expected_ = 0; // in the table once all is stored
     bool isCounterKnown_ = false;
     bool isCounterOfLastLife_ = false;
     bool isCounterDoubtful_ = false;
-    bool isCounterUnsure_ = false;
+    bool isCounterUnsure_ = false;         // a power cut may take its last commits back
     std::int64_t energyWrongSinceMs_ = -1; // without a break; -1: it is right
 
     // The hours.

@@ -1,3 +1,6 @@
+/*
+ * In this order: level commands, orders and the table, what must hold while time passes.
+ */
 #include "event_rules.h"
 
 #include "seen_texts.h"
@@ -77,6 +80,8 @@ void EventRules::seeChange(const std::string &sql) {
     isDirty_ = true;
     if (startsWith(sql, "INSERT")) {
         const auto values = valuesOf(sql);
+        if (values.size() < 4)
+            scene_.broken("an event is stored as it was ordered", sql);
         const std::int64_t start = utcTextMs(values[3]);
         inserted_ = Event{std::atoi(values[1].c_str()), start, start + lengthMs(values[2])};
         acknowledged_ = std::nullopt;
@@ -178,7 +183,6 @@ void EventRules::check() {
 }
 
 void EventRules::checkRepeat(std::int64_t ofMinuteMs) const {
-    constexpr std::int64_t kMinuteMs = 60'000;
     if (scene_.drSinceMs >= 0 && scene_.nowMs() - scene_.drSinceMs > kMinuteMs &&
         utcFields(scene_.utcMs()).tm_min % 10 == 0 && scene_.nowMs() - commandedMs_ > ofMinuteMs)
         scene_.broken("the level is repeated at minutes 00, 10, 20, 30, 40 and 50", "it was not");

@@ -24,6 +24,8 @@ public:
     void zeroEchoed() { ++zeroEchoes_; } // the service has heard it
     void requestBegins() { orderInserted_ = false; }
     void seeChange(const std::string &sql); // of the table
+    /* An order or a cancellation was answered 1. isSure: no power cut can take its commits back;
+     * isClean: no statement failed within it. */
     void ordered(bool isSure, bool isClean);
 
     void doubt() { isDoubtful_ = true; } // the service may not have been able to read the table
@@ -38,7 +40,7 @@ public:
     bool hasOrderInserted() const { return orderInserted_; } // of the present or last request
     std::optional<bool> isStored() const;                    // nothing: not known
     bool isQuiet() const;
-    /* Until the event begins or ends, or the most of all. */
+    /* Until the event begins or ends; the largest number when there is none. */
     std::int64_t untilEdgeMs() const;
 
 private:
@@ -68,7 +70,7 @@ private:
     bool isDirty_ = true;               // the table is due to be read
     std::optional<Event> event_;        // stored, as last read
     std::optional<Event> inserted_;     // by the last attempt
-    std::optional<Event> replaced_;     //
+    std::optional<Event> replaced_;     // by the last deletion; its order's pass may still see it
     std::optional<Event> acknowledged_; // must be there
     bool isDoubtful_ = false;
     bool isLost_ = false; // emptied beside an order

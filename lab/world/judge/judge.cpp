@@ -1,3 +1,7 @@
+/*
+ * Sorts what is seen: into the scene, and to the rules that it concerns. In this order: lives, what
+ * is seen, requests, the database, what must hold while time passes.
+ */
 #include "judge.h"
 
 #include "seen_texts.h"
@@ -179,14 +183,17 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
 }
 
 void Judge::seeCommand(const std::string &command) {
-    if (const int level = placeIn(kLevelCommands, command); level >= 0)
+    if (const int level = placeIn(kLevelCommands, command); level >= 0) {
         event_.commanded(level);
-    else if (const int value = placeIn(kOverrideCommands, command); value >= 0)
+        if (level == 0)
+            remote_.normalCommanded();
+    } else if (const int value = placeIn(kOverrideCommands, command); value >= 0) {
         remote_.overrideCommanded(value, command);
-    else if (const int isHeld = placeIn(kDefrostCommands, command); isHeld >= 0)
-        defrost_.commanded(isHeld);
-    else
+    } else if (const int place = placeIn(kDefrostCommands, command); place >= 0) {
+        defrost_.commanded(place == 1);
+    } else {
         scene_.broken("every Micom text is in the vocabulary", "\"" + command + "\" is not");
+    }
 }
 
 void Judge::micomWrites(const std::string &key, int value) {
@@ -199,15 +206,19 @@ void Judge::micomWrites(const std::string &key, int value) {
 
 void Judge::seeNotification(const std::string &text) {
     const int value = numberIn(text);
-    if (startsWith(text, "SendDRLCNotify"))
+    if (startsWith(text, "SendDRLCNotify")) {
         scene_.level.notified = value;
-    else if (startsWith(text, "SendOverrideNotify"))
+        remote_.levelNotified();
+    } else if (startsWith(text, "SendOverrideNotify")) {
         scene_.override.notified = value;
-    else if (startsWith(text, "SendDelayDefrostNotify"))
+        remote_.overrideNotified();
+    } else if (startsWith(text, "SendDelayDefrostNotify")) {
         scene_.enable.notified = text == "SendDelayDefrostNotify(true)" ? 1 : 0;
-    else if (startsWith(text, "SendDefrostBlockNotify"))
+        remote_.enableNotified();
+    } else if (startsWith(text, "SendDefrostBlockNotify")) {
         scene_.notifiedBlock = value;
-    remote_.notified(text);
+        remote_.blockNotified();
+    }
 }
 
 // ---- Requests ----

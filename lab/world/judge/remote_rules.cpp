@@ -1,3 +1,7 @@
+/*
+ * In this order: keys and notifications, answers, override and level, what must hold while time
+ * passes.
+ */
 #include "remote_rules.h"
 
 #include "seen_texts.h"
@@ -19,7 +23,7 @@ void RemoteRules::levelWritten(int value) {
     if (levelUnannounced_)
         scene_.broken("the remote side hears of every change of the level", "one was not notified");
     levelUnannounced_ = true;
-    isLevelReset_ = value == 0 && levelEcho_ != 0;
+    isLevelReset_ = isLevelReset_ && value == 0;
 }
 
 void RemoteRules::overrideWritten(int value) {
@@ -36,27 +40,33 @@ void RemoteRules::enableWritten() {
     enableUnannounced_ = true;
 }
 
-void RemoteRules::notified(const std::string &text) {
-    const auto differs = [&](const char *what, const std::optional<int> &key) {
-        scene_.broken(std::string(what) + " key equals what was last reported",
-                      text + " while the key holds " + optionalText(key));
-    };
-    if (startsWith(text, "SendDRLCNotify")) {
-        if (scene_.level.key != scene_.level.notified)
-            differs("the level", scene_.level.key);
-        levelUnannounced_ = false;
-    } else if (startsWith(text, "SendOverrideNotify")) {
-        if (scene_.override.key != scene_.override.notified)
-            differs("the override", scene_.override.key);
-        overrideUnannounced_ = false;
-    } else if (startsWith(text, "SendDelayDefrostNotify")) {
-        if ((scene_.enable.key.value_or(0) != 0) != (scene_.enable.notified == 1))
-            differs("the defrost delay's", scene_.enable.key);
-        enableUnannounced_ = false;
-    } else if (startsWith(text, "SendDefrostBlockNotify")) {
-        if (scene_.notifiedBlock != 0 && scene_.notifiedBlock != 1)
-            scene_.broken("the block is 0 or 1", text);
-    }
+void RemoteRules::levelNotified() {
+    if (scene_.level.key != scene_.level.notified)
+        differs("the level", scene_.level);
+    levelUnannounced_ = false;
+}
+
+void RemoteRules::overrideNotified() {
+    if (scene_.override.key != scene_.override.notified)
+        differs("the override", scene_.override);
+    overrideUnannounced_ = false;
+}
+
+void RemoteRules::enableNotified() {
+    if ((scene_.enable.key.value_or(0) != 0) != (scene_.enable.notified == 1))
+        differs("the defrost delay's", scene_.enable);
+    enableUnannounced_ = false;
+}
+
+void RemoteRules::blockNotified() const {
+    if (scene_.notifiedBlock != 0 && scene_.notifiedBlock != 1)
+        scene_.broken("the block is 0 or 1", "it is " + optionalText(scene_.notifiedBlock));
+}
+
+void RemoteRules::differs(const std::string &what, const Scene::Reported &value) const {
+    scene_.broken(what + " key equals what was last reported",
+                  optionalText(value.notified) + " was notified while the key holds " +
+                      optionalText(value.key));
 }
 
 // ---- Answers ----
@@ -116,6 +126,11 @@ void RemoteRules::levelEchoed(int value, bool isHeldUp) {
     isLevelReset_ = false;
 }
 
+/* The end of an event sets the key, commands the normal level, and only then notifies. */
+void RemoteRules::normalCommanded() {
+    isLevelReset_ = isLevelReset_ || (levelUnannounced_ && scene_.level.key == 0);
+}
+
 // ---- What must hold while time passes ----
 
 void RemoteRules::check() {
@@ -143,7 +158,7 @@ void RemoteRules::check() {
 void RemoteRules::calm(int micomLevel) const {
     // The appliance has kept its level over the end of an event and the begin of the next, and so
     // has nothing to echo.
-    const bool isKept = isLevelReset_ && levelEcho_ == micomLevel;
+    const bool isKept = isLevelReset_ && scene_.level.key == 0 && levelEcho_ == micomLevel;
     if (!isLevelDoubtful_ && !isKept && scene_.level.key.value_or(0) != micomLevel)
         scene_.broken("the level key follows the appliance's echo",
                       "it holds " + optionalText(scene_.level.key) + ", the appliance reports " +

@@ -23,8 +23,11 @@ public:
     void levelWritten(int value);
     void overrideWritten(int value);
     void enableWritten();
-    /* After the scene has it. */
-    void notified(const std::string &text);
+    // Of these it is.
+    void levelNotified();
+    void overrideNotified();
+    void enableNotified();
+    void blockNotified() const;
     void answered(const std::string &command);
     /* A query was answered so, right after its answer was seen. */
     void told(const std::string &what, const std::string &value) const;
@@ -35,6 +38,7 @@ public:
     void overrideEchoed(int value);
     /* isHeldUp: what follows the echo in the service may come late. */
     void levelEchoed(int value, bool isHeldUp);
+    void normalCommanded(); // rightly
 
     // What must hold while time passes.
     void check();
@@ -43,6 +47,8 @@ public:
     bool isQuiet() const;
 
 private:
+    [[noreturn]] void differs(const std::string &what, const Scene::Reported &value) const;
+
     const Scene &scene_;
     bool levelUnannounced_ = false, enableUnannounced_ = false, overrideUnannounced_ = false;
     std::optional<int> levelAtAnswer_, overrideAtAnswer_, blockAtAnswer_, enableAtAnswer_;
@@ -55,8 +61,10 @@ private:
 
     int levelEcho_ = -1; // the last, of any life; -1: none yet
     std::int64_t levelEchoMs_ = -1'000'000;
-    bool isLevelDoubtful_ = false; // two echoes came within half a minute
-    bool isLevelReset_ = false;    // by an event's end, and not echoed since
+    // Two echoes came within half a minute, or the task thread was held up.
+    bool isLevelDoubtful_ = false;
+    // The end or cancellation of an event set the key to 0, and nothing was echoed since.
+    bool isLevelReset_ = false;
 
     // Since when the override is another than the Micom's; -1: it is not.
     std::int64_t overrideWrongSinceMs_ = -1;

@@ -1,3 +1,6 @@
+/*
+ * When time may be told, and how a broken rule is told.
+ */
 #include "scene.h"
 
 #include "seen_texts.h"
@@ -8,13 +11,10 @@ namespace corvane::lab {
 
 bool Scene::isHandling(std::string_view start) const { return startsWith(handling, start); }
 
-bool Scene::mayTellTime() const {
-    return nowMs() - clockTouchedMs > kPassesMs && nowMs() - storeFailedMs > kPassesMs &&
-           !eyes->isStoreTroubled();
-}
-
 bool Scene::lasts(bool condition, std::int64_t &sinceMs) const {
-    if (!condition || !mayTellTime() || !handling.empty()) {
+    const bool mayTellTime = nowMs() - clockTouchedMs > kPassesMs &&
+                             nowMs() - storeFailedMs > kPassesMs && !eyes->isStoreTroubled();
+    if (!condition || !mayTellTime || !handling.empty()) {
         sinceMs = -1;
         return false;
     }
@@ -24,7 +24,6 @@ bool Scene::lasts(bool condition, std::int64_t &sinceMs) const {
 }
 
 std::optional<std::int64_t> Scene::judgedMinuteMs() const {
-    constexpr std::int64_t kMinuteMs = 60'000;
     const std::int64_t ofMinute = utcMs() % kMinuteMs;
     const bool isJudged =
         ofMinute > kPassesMs && ofMinute < 2 * kPassesMs && nowMs() - clockTouchedMs > kMinuteMs &&

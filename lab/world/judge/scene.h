@@ -22,6 +22,7 @@ constexpr std::int64_t kPassesMs = 2'500;
 /* Construction of all controllers from the moment that the gate may open. */
 constexpr std::int64_t kGateMs = 12'000;
 constexpr std::int64_t kTaskMs = 1'050; // deferred tasks sleep a second and are 50 ms apart
+constexpr std::int64_t kMinuteMs = 60'000;
 
 struct Scene {
     /* What the judge asks of the world; all of it answers at once. */
@@ -52,12 +53,13 @@ struct Scene {
     bool isHandling(std::string_view start) const;
     bool hasStoreFailedInRequest() const { return eyes->storeFailures() != failuresAtRequest; }
 
-    /* Neither clock nor store was touched within the last seconds. */
-    bool mayTellTime() const;
-    /* Whether the condition has held without a break for longer than a pass may take. sinceMs is
-     * the condition's own memory, -1: it does not hold. */
+    /* Whether the condition has held without a break for longer than a pass may take, while neither
+     * clock nor database was touched. sinceMs is the condition's own memory, -1: it does not hold.
+     */
     bool lasts(bool condition, std::int64_t &sinceMs) const;
-    /* How long the minute lasts, at the one look in it that asks for its repeats. */
+    /* How long the present minute has lasted, while its repeats are judged: from 2.5 to 5 s after
+     * it began, when neither clock nor database was touched within a minute and no handler runs.
+     * Nothing: they are not judged now. */
     std::optional<std::int64_t> judgedMinuteMs() const;
     /* Of two tasks that each sleep a second before they do what is seen. */
     void checkTaskPause(std::int64_t beforeMs) const;

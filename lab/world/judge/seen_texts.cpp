@@ -1,3 +1,7 @@
+/*
+ * Plain readers of short texts; they are called for each statement and each event, and so copy
+ * little.
+ */
 #include "seen_texts.h"
 
 #include <algorithm>
