@@ -177,7 +177,7 @@ void DefrostRules::checkRepeat(std::int64_t ofMinuteMs) const {
     const std::time_t seconds = scene_.utcMs() / 1000;
     std::tm local{};
     localtime_r(&seconds, &local);
-    if (scene_.defrostSinceMs >= 0 && scene_.nowMs() - scene_.defrostSinceMs > kMinuteMs &&
+    if (scene_.defrostSinceMs >= 0 && scene_.nowMs() - scene_.defrostSinceMs > Scene::kMinuteMs &&
         local.tm_min % 10 == 0 && scene_.nowMs() - heldCommandMs_ > ofMinuteMs)
         scene_.broken("the state of defrost delay is repeated every ten minutes", "it was not");
 }

@@ -317,7 +317,7 @@ void EnergyRules::check() {
 }
 
 void EnergyRules::checkPruning() const {
-    if (isPruneDue_ && scene_.nowMs() - pruningToldMs_ > kMinuteMs && cyclesDue_ == 0 &&
+    if (isPruneDue_ && scene_.nowMs() - pruningToldMs_ > Scene::kMinuteMs && cyclesDue_ == 0 &&
         !scene_.eyes->isMeteringTroubled() && !scene_.eyes->isStoreTroubled())
         scene_.broken("rows older than six months go when the month changes", "none was deleted");
 }

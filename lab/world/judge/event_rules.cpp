@@ -183,7 +183,7 @@ void EventRules::check() {
 }
 
 void EventRules::checkRepeat(std::int64_t ofMinuteMs) const {
-    if (scene_.drSinceMs >= 0 && scene_.nowMs() - scene_.drSinceMs > kMinuteMs &&
+    if (scene_.drSinceMs >= 0 && scene_.nowMs() - scene_.drSinceMs > Scene::kMinuteMs &&
         utcFields(scene_.utcMs()).tm_min % 10 == 0 && scene_.nowMs() - commandedMs_ > ofMinuteMs)
         scene_.broken("the level is repeated at minutes 00, 10, 20, 30, 40 and 50", "it was not");
 }

@@ -22,9 +22,10 @@ constexpr std::int64_t kPassesMs = 2'500;
 /* Construction of all controllers from the moment that the gate may open. */
 constexpr std::int64_t kGateMs = 12'000;
 constexpr std::int64_t kTaskMs = 1'050; // deferred tasks sleep a second and are 50 ms apart
-constexpr std::int64_t kMinuteMs = 60'000;
 
 struct Scene {
+    static constexpr std::int64_t kMinuteMs = 60'000;
+
     /* What the judge asks of the world; all of it answers at once. */
     class Eyes {
     public:
