@@ -392,18 +392,22 @@ protected:
         command("SET_SMARTGRID_DISABLE");
         launch();
     }
-    void openHour() {
-        const std::string sql = "INSERT INTO power_usage_table (date, power_usage) "
-                                "values('2026073112', '0');";
-        see(Kind::Sql, "SELECT * FROM power_usage_table WHERE date = '2026073112'");
+    void openHour(const std::string &hour = "2026073112", int counter = 0) {
+        const std::string sql = "INSERT INTO power_usage_table (date, power_usage) values('" +
+                                hour + "', '" + std::to_string(counter) + "');";
+        see(Kind::Sql, "SELECT * FROM power_usage_table WHERE date = '" + hour + "'");
         failures += failsNow ? 1 : 0;
-        see(Kind::Sql, sql);
-        fakes::storage::execute("usage.db", sql);
+        change(sql);
+        change("DELETE from power_usage_table WHERE date > '" + hour + "';");
         pass(5);
     }
+    void change(const std::string &sql) { // of the hours
+        see(Kind::Sql, sql);
+        fakes::storage::execute("usage.db", sql);
+    }
 
-    /* A cycle after which the counter grows by one. */
-    void storeUnit() {
+    /* A cycle after which the counter has grown by one. */
+    void storeUnit(const std::string &hour = "2026073112", int counter = 1) {
         judge.micomWrites("memory/refrigerator/SmartGridWatt3", 39);
         judge.micomWrites("memory/refrigerator/SmartGridWatt4", 16);
         see(Kind::Log, "REPORT] callback Energy from Micom");
@@ -411,11 +415,9 @@ protected:
         see(Kind::Post, "POST http://127.0.0.1:7777/external/metering"
                         "?cumulativepower=100.00&duration=60");
         see(Kind::Log, "REPORT] saveValue : 1");
-        const std::string sql =
-            "UPDATE power_usage_table SET power_usage = '1' WHERE date = '2026073112';";
         see(Kind::Sql, "SELECT * FROM power_usage_table ORDER BY date DESC LIMIT 1");
-        see(Kind::Sql, sql);
-        fakes::storage::execute("usage.db", sql);
+        change("UPDATE power_usage_table SET power_usage = '" + std::to_string(counter) +
+               "' WHERE date = '" + hour + "';");
         pass(5);
     }
     void loseUnitInAPowerCut() {
@@ -472,6 +474,23 @@ TEST_F(JudgeOfTables, SecondRowForAnHourWhoseLookFailedIsExplained) {
     openHour();
     failsNow = true;
     EXPECT_NO_THROW(openHour());
+}
+
+TEST_F(JudgeOfTables, CounterGoesOnFromAnyRowOfAnHourThatHasTwoAndComesBack) {
+    openHour();
+    failsNow = true;
+    openHour(); // again
+    failsNow = false;
+    storeUnit();
+    openHour("2026073113", 1);
+    storeUnit("2026073113", 2);
+    judge.clockWasTouched();
+    EXPECT_NO_THROW(openHour("2026073112", 2)) << "its rows are not one";
+    EXPECT_EQ(fakes::storage::query("usage.db", "SELECT power_usage FROM power_usage_table "
+                                                "ORDER BY date DESC LIMIT 1")[0][0],
+              "1");
+    EXPECT_NO_THROW(storeUnit("2026073112", 2));
+    expectBroken([&] { storeUnit("2026073112", 2); }, "grows by one");
 }
 
 TEST_F(JudgeOfTables, WindowInAnHourThatIsRepeatedOrLeftOutMayBeginInEitherOfTwo) {

@@ -159,6 +159,9 @@ void EnergyRules::seeChange(const std::string &sql) {
         storesDue_ = std::max(0, storesDue_ - 1);
     if (isInsert && scene_.eyes->storeFailures() != failuresAtLook_)
         doubledHours_.emplace(hourIn(sql)); // it may be there already
+    // An hour that has two rows is opened once more whenever it is looked for; any of them may then
+    // be the last row that the counter goes on from.
+    isCounterDoubtful_ = isCounterDoubtful_ || (isInsert && hasTwoRows(hourIn(sql)));
     if (isInsert && isLookUnsure_)
         unsureHours_.emplace(hourIn(sql));
     if ((isInsert && isLookUnsure_) || (isUpdate && isUpdateUnsure_))
@@ -179,6 +182,10 @@ std::string EnergyRules::hourIn(const std::string &sql) const {
     if (values.empty())
         scene_.broken("the key of an hour is a text", sql);
     return values[0];
+}
+
+bool EnergyRules::hasTwoRows(const std::string &hour) const {
+    return hours_.find(hour + "," + hour) != hours_.npos;
 }
 
 void EnergyRules::setCounterSure() {

@@ -55,6 +55,7 @@ private:
     void beginPruning(std::string_view limit);
     void seeChange(const std::string &sql);
     std::string hourIn(const std::string &sql) const; // the first text in it
+    bool hasTwoRows(const std::string &hour) const;
     void setCounterSure();
     void compareHours(std::string_view hours);
     bool isGone(std::string_view hour, std::string_view hours) const;
