@@ -89,6 +89,7 @@ protected:
     std::uint64_t failures = 0; // of the database
     std::uint64_t unsure = 0;   // connections
     bool hasTables = false;
+    bool isTroubled = false; // the database
     Judge judge;
 
 private:
@@ -96,7 +97,7 @@ private:
     std::int64_t utcMs() const override { return kNoonMs + now; }
     std::uint64_t storeFailures() const override { return failures; }
     std::uint64_t unsureCommits() const override { return unsure; }
-    bool isStoreTroubled() const override { return false; }
+    bool isStoreTroubled() const override { return isTroubled; }
     bool isMeteringTroubled() const override { return false; }
     bool canLookInto(const std::string &) const override { return hasTables; }
     bool isWifiConnected() const override { return true; }
@@ -491,6 +492,19 @@ TEST_F(JudgeOfTables, CounterGoesOnFromAnyRowOfAnHourThatHasTwoAndComesBack) {
               "1");
     EXPECT_NO_THROW(storeUnit("2026073112", 2));
     expectBroken([&] { storeUnit("2026073112", 2); }, "grows by one");
+}
+
+TEST_F(JudgeOfTables, ChangeThatWaitsForALockIsReadWhenItHasTakenEffect) {
+    openHour();
+    isTroubled = true;
+    const std::string sql = "DELETE from power_usage_table WHERE date > '2026073111';";
+    see(Kind::Sql, sql);
+    isTroubled = false;
+    now += 100;
+    judge.tick();
+    fakes::storage::execute("usage.db", sql);
+    EXPECT_NO_THROW(pass(5));
+    EXPECT_NO_THROW(openHour("2026073111"));
 }
 
 TEST_F(JudgeOfTables, WindowInAnHourThatIsRepeatedOrLeftOutMayBeginInEitherOfTwo) {

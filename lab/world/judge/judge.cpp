@@ -305,6 +305,8 @@ void Judge::seeSql(const std::string &sql) {
         doubtTable();
     const bool isUnsure = unsureSeen_ != scene_.eyes->unsureCommits();
     unsureSeen_ = scene_.eyes->unsureCommits();
+    if (!startsWith(sql, "SELECT") && scene_.eyes->isStoreTroubled())
+        changedInTroubleMs_ = scene_.nowMs();
     if (table_ == Table::Hours)
         return energy_.seeSql(sql, isUnsure, hasFailed);
     if (startsWith(sql, "SELECT"))
@@ -321,7 +323,9 @@ bool Judge::explainsEndlessInsert() const {
 }
 
 void Judge::readTables() {
-    if (!scene_.handling.empty())
+    // A statement waits up to 200 ms for a lock, and takes effect after it was seen.
+    const bool mayWait = scene_.nowMs() - changedInTroubleMs_ < kPassMs;
+    if (!scene_.handling.empty() || mayWait)
         return;
     if ((event_.isDirty() || defrost_.isDirty()) && scene_.drSinceMs >= 0 &&
         scene_.defrostSinceMs >= 0 && scene_.eyes->canLookInto("corvane.db")) {
