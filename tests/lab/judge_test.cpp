@@ -130,6 +130,20 @@ TEST_F(JudgeTest, LevelOfAnEventIsCommandedInItsTimeOnly) {
     expectBroken([&] { command("SET_SMARTGRID_LEVEL1"); }, "only while its event lasts");
 }
 
+TEST_F(JudgeTest, LevelThatIsCommandedTwiceIsBroken) {
+    now = 660'000; // 12:11
+    beginEvent(2);
+    const auto again = [&] { command("SET_SMARTGRID_LEVEL2"); };
+    expectBroken(again, "at the ten-minute repeats only");
+    ++failures; // the repeat of a minute may have waited for the database
+    judge.tick();
+    EXPECT_NO_THROW(again());
+    now = 1'200'000; // 12:20
+    EXPECT_NO_THROW(again());
+    now = 1'260'000; // 12:21
+    expectBroken(again, "at the ten-minute repeats only");
+}
+
 TEST_F(JudgeTest, EventMayEndInTheMillisecondInWhichItIsOver) {
     see(Kind::Request, "ControlDRLC(2, 00:01:00, 12:11:00)");
     see(Kind::Sql, "INSERT INTO dr_usage_table (rowid, drlcLevel, duration, drlcStartTime) "

@@ -41,6 +41,10 @@ void EventRules::commanded(int level) {
         scene_.broken("the normal level is commanded at an event's end or cancellation, at a start "
                       "and at the ten-minute repeats",
                       "level 0 was commanded");
+    if (!isStart && !isRepeat && level > 0 && level == commandedLevel_ && scene_.mayTellTime())
+        scene_.broken(
+            "a level that was commanded is commanded again at the ten-minute repeats only",
+            "level " + std::to_string(level) + " was commanded twice");
     isCommandOfStart_ = isStart || (isRepeat && isCommandOfStart_);
     commandedLevel_ = level;
     commandedMs_ = scene_.nowMs();

@@ -11,10 +11,13 @@ namespace corvane::lab {
 
 bool Scene::isHandling(std::string_view start) const { return startsWith(handling, start); }
 
+bool Scene::mayTellTime() const {
+    return nowMs() - clockTouchedMs > kPassesMs && nowMs() - storeFailedMs > kPassesMs &&
+           !eyes->isStoreTroubled();
+}
+
 bool Scene::lasts(bool condition, std::int64_t &sinceMs) const {
-    const bool mayTellTime = nowMs() - clockTouchedMs > kPassesMs &&
-                             nowMs() - storeFailedMs > kPassesMs && !eyes->isStoreTroubled();
-    if (!condition || !mayTellTime || !handling.empty()) {
+    if (!condition || !mayTellTime() || !handling.empty()) {
         sinceMs = -1;
         return false;
     }
