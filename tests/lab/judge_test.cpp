@@ -569,9 +569,24 @@ TEST_F(JudgeOfTables, CancellationWhoseDatabaseCouldNotBeOpenedIsExplained) {
     see(Kind::Request, "ControlDRLC(0, , )");
     ++failures; // on the way to the statement that is seen next
     see(Kind::Sql, "DELETE from dr_usage_table;");
+    command("SET_SMARTGRID_LEVEL_NORMAL");
     see(Kind::Notification, "SendDefrostBlockNotify(0)");
     see(Kind::Request, "ControlDRLC -> 1");
     EXPECT_NO_THROW(pass(30));
+}
+
+TEST_F(JudgeOfTables, CancellationThatCommandsNothingIsBroken) {
+    order();
+    see(Kind::Request, "ControlDRLC(0, , )");
+    expectBroken([&] { see(Kind::Request, "ControlDRLC -> 1"); }, "back to normal");
+}
+
+TEST_F(JudgeOfTables, CancellationThatLeavesTheEventIsBroken) {
+    order();
+    see(Kind::Request, "ControlDRLC(0, , )");
+    command("SET_SMARTGRID_LEVEL_NORMAL");
+    see(Kind::Request, "ControlDRLC -> 1");
+    expectBroken([&] { pass(3); }, "a cancellation empties the table");
 }
 
 TEST_F(JudgeOfTables, ConsumptionIsWhatTheHoursTell) {

@@ -14,7 +14,7 @@ namespace corvane::lab {
 
 void EventRules::lifeBegins() {
     startLevel_ = scene_.level.key.value_or(0);
-    orderInserted_ = false;
+    orderInserted_ = isCancelled_ = false;
     commandedLevel_ = -1;
     zeroEchoes_ = 0;
     isDirty_ = true;
@@ -45,6 +45,7 @@ void EventRules::commanded(int level) {
         scene_.broken(
             "a level that was commanded is commanded again at the ten-minute repeats only",
             "level " + std::to_string(level) + " was commanded twice");
+    isNormalCommanded_ = isNormalCommanded_ || level == 0;
     isCommandOfStart_ = isStart || (isRepeat && isCommandOfStart_);
     commandedLevel_ = level;
     commandedMs_ = scene_.nowMs();
@@ -90,6 +91,7 @@ void EventRules::seeChange(const std::string &sql) {
         inserted_ = Event{std::atoi(values[1].c_str()), start, start + lengthMs(values[2])};
         acknowledged_ = std::nullopt;
         orderInserted_ = true;
+        isCancelled_ = false;
         compareWithOrder(values[2], values[3]);
     } else if (startsWith(sql, "DELETE")) {
         const bool isOrder =
@@ -131,6 +133,12 @@ void EventRules::ordered(bool isSure, bool isClean) {
     orderEndedMs_ = scene_.nowMs();
     if (isClean)
         isDoubtful_ = false;
+    if (scene_.isHandling("ControlDRLC(0,")) {
+        if (!isNormalCommanded_)
+            scene_.broken("a cancellation commands the appliance back to normal", "it did not");
+        isCancelled_ = isClean;
+        isDirty_ = true;
+    }
     if (orderInserted_ && !isLost_ && isSure)
         acknowledged_ = inserted_;
     if (!orderInserted_)
@@ -150,6 +158,8 @@ void EventRules::read() {
         const std::int64_t start = utcTextMs(rows[0][2]);
         event_ = Event{std::atoi(rows[0][0].c_str()), start, start + lengthMs(rows[0][1])};
     }
+    if (isCancelled_ && event_)
+        scene_.broken("a cancellation empties the table", "an event is still stored");
     if (acknowledged_ && event_ != acknowledged_)
         scene_.broken("an event survives a restart of the service",
                       "one that was answered 1 is not in the table any more");

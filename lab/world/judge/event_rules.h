@@ -22,7 +22,7 @@ public:
     // What is seen.
     void commanded(int level);
     void zeroEchoed() { ++zeroEchoes_; } // the service has heard it
-    void requestBegins() { orderInserted_ = false; }
+    void requestBegins() { orderInserted_ = isNormalCommanded_ = false; }
     void seeChange(const std::string &sql); // of the table
     /* An order or a cancellation was answered 1. isSure: no power cut can take its commits back;
      * isClean: no statement failed within it. */
@@ -58,8 +58,10 @@ private:
     void compareWithOrder(const std::string &duration, const std::string &start) const;
 
     const Scene &scene_;
-    int startLevel_ = 0; // of the key when the life began
-    bool orderInserted_ = false;
+    int startLevel_ = 0;             // of the key when the life began
+    bool orderInserted_ = false;     // in the present or last request
+    bool isNormalCommanded_ = false; // the same
+    bool isCancelled_ = false;       // and nothing was stored since
     std::int64_t orderEndedMs_ = -1'000'000;
 
     int commandedLevel_ = -1; // the last level command
