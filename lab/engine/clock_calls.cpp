@@ -2,9 +2,10 @@
  * The replaced calls that tell the time and that sleep.
  */
 #include "real_function.h"
-#include "run.h"
+#include "scheduler.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <ctime>
 #include <sched.h>
 #include <sys/time.h>

@@ -1,6 +1,6 @@
 /*
- * A hand-over is a _longjmp(), which asks the kernel nothing. With the address sanitizer it is
- * swapcontext(), and the sanitizer is told of every change of stacks.
+ * A jump is a _longjmp(), since swapcontext() asks the kernel for the signal mask each time. With
+ * the address sanitizer it is swapcontext(), and the sanitizer is told of every change of stacks.
  */
 // A fortified longjmp() takes the jump to another context's stack for damage and ends the process.
 #undef _FORTIFY_SOURCE
@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cxxabi.h>
-#include <dlfcn.h>
 #include <sys/mman.h>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -22,14 +21,15 @@
 #endif
 #endif
 #ifdef CONTEXT_ASAN
+#include <dlfcn.h>
 #include <sanitizer/common_interface_defs.h>
 #include <sanitizer/lsan_interface.h>
 #endif
 
 namespace virtualtime {
 
-// With a page below it that must not be touched.
-class Stack {
+// A context's own, with a page below it that must not be touched.
+class Context::Stack {
 public:
     Stack() {
         void *mapped = mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE,
@@ -74,8 +74,8 @@ Context::Context() = default;
 
 Context::~Context() = default;
 
-void Context::prepare(void (*main)()) {
-    main_ = main;
+void Context::prepare(void (*begin)()) {
+    begin_ = begin;
     stack_ = std::make_unique<Stack>();
     stackBottom_ = stack_->bottom();
     stackBytes_ = Stack::bytes();
@@ -83,15 +83,16 @@ void Context::prepare(void (*main)()) {
     context_.uc_stack.ss_sp = stack_->bottom();
     context_.uc_stack.ss_size = Stack::bytes();
     context_.uc_link = nullptr;
-    makecontext(&context_, mainOfPrepared, 0);
+    makecontext(&context_, beginPrepared, 0);
     // Made; from here on the size would only make the sanitizer clean the stack at every jump.
     context_.uc_stack.ss_size = 0;
 }
 
-void Context::mainOfPrepared() {
+void Context::beginPrepared() {
     jumpedTo->announceArrival();
     *currentExceptions() = {};
-    jumpedTo->main_();
+    jumpedTo->begin_();
+    std::abort(); // it has returned
 }
 
 void Context::jumpTo(Context &next) {

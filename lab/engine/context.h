@@ -16,8 +16,6 @@
 
 namespace virtualtime {
 
-class Stack;
-
 class Context {
 public:
     // On the stack of the real thread that first jumps from it, until it is prepared.
@@ -26,9 +24,9 @@ public:
     Context(const Context &) = delete;
     Context &operator=(const Context &) = delete;
 
-    // Gives it a stack of its own, on which the first jump to it calls main(). That must never
+    // Gives it a stack of its own, on which the first jump to it calls begin(). That must never
     // return. Aborts when there is no memory for a stack.
-    void prepare(void (*main)());
+    void prepare(void (*begin)());
 
     // From this context, which must be the running one, to next. Comes back when somebody jumps to
     // this one again.
@@ -38,6 +36,7 @@ public:
     [[noreturn]] void leaveTo(Context &next);
 
 private:
+    class Stack;
     // The C++ run time's for a thread, laid out as the ABI says.
     struct Exceptions {
         void *caught = nullptr;
@@ -45,12 +44,12 @@ private:
     };
 
     static Exceptions *currentExceptions();
-    static void mainOfPrepared();
+    static void beginPrepared();
     void announceJump(const Context &next, bool forGood);
     void announceArrival();
     void swapTo(Context &next);
 
-    void (*main_)() = nullptr;
+    void (*begin_)() = nullptr;
     ucontext_t context_{}; // where it begins; with a sanitizer, also where it goes on
     // Where it goes on, while another one runs, and whether that is set.
     [[maybe_unused]] std::jmp_buf place_{};

@@ -5,7 +5,7 @@
  * C library all contexts are one thread.
  */
 #include "real_function.h"
-#include "run.h"
+#include "scheduler.h"
 
 #include <cerrno>
 #include <pthread.h>

@@ -2,7 +2,7 @@
  * The replaced calls that start, join and end threads.
  */
 #include "real_function.h"
-#include "run.h"
+#include "scheduler.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -5,13 +5,13 @@
 #ifndef CORVANE_LAB_TIMESPEC_H
 #define CORVANE_LAB_TIMESPEC_H
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 
 namespace virtualtime {
 
 constexpr std::int64_t kNsPerSec = 1'000'000'000;
-constexpr std::int64_t kNsPerMs = 1'000'000;
 constexpr std::int64_t kNever = INT64_MAX;
 // The monotonic clock does not start at 0, which some code takes for "never".
 constexpr std::int64_t kBootNs = 1000 * kNsPerSec;
@@ -53,8 +53,8 @@ inline Deadline deadlineOn(clockid_t clock, const timespec &time) {
     if (clock == CLOCK_REALTIME) {
         return {toNs(time), true};
     }
-    const std::int64_t ns = toNs(time) - kBootNs;
-    return {ns > 0 ? ns : 0, false};
+    const std::int64_t ns = toNs(time);
+    return {ns == kNever ? kNever : std::max<std::int64_t>(ns - kBootNs, 0), false};
 }
 
 } // namespace virtualtime

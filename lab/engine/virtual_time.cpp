@@ -4,14 +4,21 @@
 #include "virtual_time.h"
 
 #include "calendar.h"
-#include "run.h"
+#include "scheduler.h"
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
+#include <utility>
 
 namespace virtualtime {
+namespace {
+
+constexpr std::int64_t kNsPerMs = 1'000'000;
+
+} // namespace
 
 void start(const Options &options) {
     if (theRun != nullptr) {
@@ -94,6 +101,13 @@ void nameThread(const std::string &name) {
 }
 
 int threadNumber() { return self == nullptr ? 0 : self->number; }
+
+std::uint64_t draw(std::uint64_t bound) { // splitmix64
+    std::uint64_t z = theRun->generator += 0x9e3779b97f4a7c15U;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9U;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebU;
+    return (z ^ (z >> 31)) % bound;
+}
 
 std::int64_t parseUtc(const std::string &utc) {
     std::tm fields{};

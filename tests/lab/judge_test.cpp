@@ -134,14 +134,32 @@ TEST_F(JudgeTest, LevelThatIsCommandedTwiceIsBroken) {
     now = 660'000; // 12:11
     beginEvent(2);
     const auto again = [&] { command("SET_SMARTGRID_LEVEL2"); };
-    expectBroken(again, "at the ten-minute repeats only");
+    const std::string rule = "at the ten-minute repeats only";
+    expectBroken(again, rule);
     ++failures; // the repeat of a minute may have waited for the database
-    judge.tick();
     EXPECT_NO_THROW(again());
     now = 1'200'000; // 12:20
     EXPECT_NO_THROW(again());
-    now = 1'260'000; // 12:21
-    expectBroken(again, "at the ten-minute repeats only");
+    now += 1'000;
+    expectBroken(again, rule);
+    judge.clockWasTouched();
+    EXPECT_NO_THROW(again()); // another minute that is repeated
+    now = 1'260'000;          // 12:21
+    expectBroken(again, rule);
+}
+
+TEST_F(JudgeTest, StartOrQueryMayCommandALevelAgain) {
+    now = 660'000;
+    beginEvent(2);
+    judge.lifeEnds(EndOfLife::Kill);
+    judge.lifeBegins(*this, 2, 0, 0, 0);
+    see(Kind::Watch, "db/corvane/dr/micom_override");
+    EXPECT_NO_THROW(command("SET_SMARTGRID_LEVEL2"));
+    see(Kind::Log, "start EnergyDR Thread!!");
+    see(Kind::Request, "GetDRLCOverride()"); // of a level that is not confirmed yet
+    EXPECT_NO_THROW(command("SET_SMARTGRID_LEVEL2"));
+    see(Kind::Request, "GetDRLCOverride -> 1");
+    expectBroken([&] { command("SET_SMARTGRID_LEVEL2"); }, "at the ten-minute repeats only");
 }
 
 TEST_F(JudgeTest, EventMayEndInTheMillisecondInWhichItIsOver) {

@@ -488,6 +488,19 @@ TEST_F(VirtualTimeDeathTest, SignalThatNeverComesIsADeadlock) {
                  "deadlock(.|\n)*thread 0 \"body\": waits for condition");
 }
 
+TEST_F(VirtualTimeDeathTest, WaitUntilTheEndOfTimeIsADeadlockToo) {
+    EXPECT_DEATH(run([] {
+                     std::mutex mutex;
+                     std::condition_variable condition;
+                     std::unique_lock lock(mutex);
+                     const auto never = std::chrono::seconds(std::numeric_limits<time_t>::max());
+                     timespec until{never.count(), 0};
+                     pthread_cond_clockwait(condition.native_handle(), mutex.native_handle(),
+                                            CLOCK_MONOTONIC, &until);
+                 }),
+                 "deadlock(.|\n)*thread 0 \"body\": waits for condition");
+}
+
 TEST_F(VirtualTimeDeathTest, RunThatNeverEndsIsStoppedAtItsLimit) {
     EXPECT_DEATH(virtualtime::run({.limitSec = 100},
                                   [] {

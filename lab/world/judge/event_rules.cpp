@@ -16,6 +16,7 @@ void EventRules::lifeBegins() {
     startLevel_ = scene_.level.key.value_or(0);
     orderInserted_ = isCancelled_ = false;
     commandedLevel_ = -1;
+    repeatedMs_ = -1'000'000;
     zeroEchoes_ = 0;
     isDirty_ = true;
     isDoubtful_ = isLost_ = false;
@@ -41,10 +42,15 @@ void EventRules::commanded(int level) {
         scene_.broken("the normal level is commanded at an event's end or cancellation, at a start "
                       "and at the ten-minute repeats",
                       "level 0 was commanded");
-    if (!isStart && !isRepeat && level > 0 && level == commandedLevel_ && scene_.mayTellTime())
-        scene_.broken(
-            "a level that was commanded is commanded again at the ten-minute repeats only",
-            "level " + std::to_string(level) + " was commanded twice");
+    const bool isRepeated =
+        repeatedMs_ > scene_.clockTouchedMs && scene_.nowMs() - repeatedMs_ < Scene::kMinuteMs;
+    if (!isStart && (!isRepeat || isRepeated) && level > 0 && level == commandedLevel_ &&
+        !scene_.mayBeHeldUp())
+        scene_.broken("a level above 0 that was commanded is commanded again at the ten-minute "
+                      "repeats only, once at each",
+                      "level " + std::to_string(level) + " was commanded again");
+    if (isRepeat && !isStart)
+        repeatedMs_ = scene_.nowMs();
     isNormalCommanded_ = isNormalCommanded_ || level == 0;
     isCommandOfStart_ = isStart || (isRepeat && isCommandOfStart_);
     commandedLevel_ = level;

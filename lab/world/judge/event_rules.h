@@ -66,6 +66,7 @@ private:
 
     int commandedLevel_ = -1; // the last level command
     std::int64_t commandedMs_ = 0;
+    std::int64_t repeatedMs_ = -1'000'000; // the last ten-minute repeat
     bool isCommandOfStart_ = false;
     int zeroEchoes_ = 0; // heard by the service, and not yet followed
 

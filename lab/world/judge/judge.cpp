@@ -183,6 +183,7 @@ void Judge::seeSetting(const std::string &key, const std::string &value) {
 }
 
 void Judge::seeCommand(const std::string &command) {
+    noticeStoreFailures();
     if (const int level = placeIn(kLevelCommands, command); level >= 0) {
         event_.commanded(level);
         if (level == 0)

@@ -11,13 +11,13 @@ namespace corvane::lab {
 
 bool Scene::isHandling(std::string_view start) const { return startsWith(handling, start); }
 
-bool Scene::mayTellTime() const {
-    return nowMs() - clockTouchedMs > kPassesMs && nowMs() - storeFailedMs > kPassesMs &&
-           !eyes->isStoreTroubled();
+bool Scene::mayBeHeldUp() const {
+    return nowMs() - storeFailedMs <= kPassesMs || eyes->isStoreTroubled();
 }
 
 bool Scene::lasts(bool condition, std::int64_t &sinceMs) const {
-    if (!condition || !mayTellTime() || !handling.empty()) {
+    const bool mayTellTime = nowMs() - clockTouchedMs > kPassesMs && !mayBeHeldUp();
+    if (!condition || !mayTellTime || !handling.empty()) {
         sinceMs = -1;
         return false;
     }

@@ -54,9 +54,9 @@ struct Scene {
     bool isHandling(std::string_view start) const;
     bool hasStoreFailedInRequest() const { return eyes->storeFailures() != failuresAtRequest; }
 
-    /* Whether what is seen now was decided now: neither clock nor database was touched within a few
-     * passes, so no worker has been held up since it looked. */
-    bool mayTellTime() const;
+    /* Whether a failing or locked database may have held a worker up since it looked at the clock.
+     */
+    bool mayBeHeldUp() const;
     /* Whether the condition has held without a break for longer than a pass may take, while neither
      * clock nor database was touched. sinceMs is the condition's own memory, -1: it does not hold.
      */

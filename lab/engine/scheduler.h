@@ -5,8 +5,8 @@
  * inside, for the public interface (virtual_time.h) and the replaced calls, which are in a file
  * each: clock_calls.cpp, thread_calls.cpp, lock_calls.cpp.
  */
-#ifndef CORVANE_LAB_RUN_H
-#define CORVANE_LAB_RUN_H
+#ifndef CORVANE_LAB_SCHEDULER_H
+#define CORVANE_LAB_SCHEDULER_H
 
 #include "context.h"
 #include "timespec.h"
@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <pthread.h>
 #include <string>
 #include <vector>
 
@@ -30,7 +29,8 @@ constexpr std::size_t kWaitKinds = 5;
 struct Thread {
     State state = State::Runnable;
     int number = 0;
-    std::int64_t wakeNs = kNever; // when the wait ends by itself, on the clock below
+    // When the wait ends by itself: since the run's start, or on the system clock (UTC).
+    std::int64_t wakeNs = kNever;
     bool wakeOnSystemClock = false;
     WaitsFor waitsFor = WaitsFor::Time;
     const void *object = nullptr; // the mutex, lock, condition or Thread waited for
@@ -77,7 +77,8 @@ std::vector<Run *> &abandonedRuns();
 // Who holds a mutex, as its structure tells; 0 would be nobody.
 [[nodiscard]] inline int ownerOf(const Thread &thread) { return thread.number + 1; }
 
-// Waits for object or for the wake time, whichever comes first. True: time came first.
+// Waits for object or for the wake time, as in Thread, whichever comes first. True: time came
+// first.
 bool wait(WaitsFor what, const void *object, std::int64_t wakeNs = kNever,
           bool onSystemClock = false);
 
@@ -88,7 +89,7 @@ void sleepUntilNs(std::int64_t wakeNs, bool onSystemClock);
 [[noreturn]] void endThread();
 
 // Makes one waiting thread runnable, or all that wait for an object. They go on when the caller
-// waits.
+// waits or ends; timedOut is what wait() answers then.
 void makeRunnable(Thread &thread, bool timedOut);
 void wakeWaitersFor(WaitsFor what, const void *object);
 

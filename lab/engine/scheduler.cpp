@@ -3,11 +3,12 @@
  * the earliest sleeper. Most sleeps need none: they end before anybody else has something to do,
  * and only move the clock.
  */
-#include "run.h"
+#include "scheduler.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <pthread.h>
 
 namespace virtualtime {
 
@@ -259,13 +260,6 @@ void endThread() {
 std::vector<Run *> &abandonedRuns() {
     static auto *const runs = new std::vector<Run *>;
     return *runs;
-}
-
-std::uint64_t draw(std::uint64_t bound) { // splitmix64
-    std::uint64_t z = theRun->generator += 0x9e3779b97f4a7c15U;
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9U;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebU;
-    return (z ^ (z >> 31)) % bound;
 }
 
 } // namespace virtualtime
