@@ -85,6 +85,7 @@ protected:
     }
 
     std::int64_t now = 0;
+    std::int64_t clockMs = 0; // that the system clock was set on
     std::string level = "SET_SMARTGRID_LEVEL_NORMAL";
     std::uint64_t failures = 0; // of the database
     std::uint64_t unsure = 0;   // connections
@@ -94,7 +95,7 @@ protected:
 
 private:
     std::int64_t nowMs() const override { return now; }
-    std::int64_t utcMs() const override { return kNoonMs + now; }
+    std::int64_t utcMs() const override { return kNoonMs + now + clockMs; }
     std::uint64_t storeFailures() const override { return failures; }
     std::uint64_t unsureCommits() const override { return unsure; }
     bool isStoreTroubled() const override { return isTroubled; }
@@ -238,6 +239,21 @@ TEST_F(JudgeTest, LevelThatTheApplianceKeptOverTheEndOfItsEventNeedsNoEcho) {
     now += 60'000;
     judge.micomWrites("memory/refrigerator/SmartGridDrLevel", 4);
     expectBroken([&] { judge.calm(4); }, "follows the appliance's echo");
+}
+
+TEST_F(JudgeTest, EventThatEndedBeforeTheClockWentBackBesideABusyDatabaseIsExplained) {
+    beginEvent(2);
+    now += 3'600'000; // 13:10
+    const auto end = [&] { command("SET_SMARTGRID_LEVEL_NORMAL"); };
+    ++failures;
+    see(Kind::Sql, "DELETE from dr_usage_table;");
+    clockMs = -1'740'000; // 12:41
+    judge.clockWasTouched();
+    ++failures;
+    see(Kind::Sql, "DELETE from dr_usage_table;");
+    EXPECT_NO_THROW(end());
+    now += 10'000;
+    expectBroken(end, "at an event's end");
 }
 
 TEST_F(JudgeTest, NormalLevelForNoReasonIsBroken) {
@@ -416,6 +432,24 @@ protected:
         see(Kind::Notification, "SendDelayDefrostNotify(true)");
         see(Kind::Request, "SetDelayDefrost -> 1");
     }
+    void switchDefrostDelayOff() {
+        see(Kind::Request, "SetDelayDefrost(0)");
+        set("db/corvane/defrost/status", "0");
+        see(Kind::Notification, "SendDelayDefrostNotify(false)");
+        see(Kind::Request, "SetDelayDefrost -> 1");
+    }
+    /* A reservation as number 2, of which the remote side hears so. */
+    void reserve(const std::string &notification) {
+        const std::string sql = "INSERT INTO defrost_usage_table (id, description, startTime, "
+                                "endTime, period) values('2', 'x', '0000-07-01T20:00:00', "
+                                "'0000-08-31T00:00:00', '01:00:00');";
+        see(Kind::Request, "CreateDefrostReservations(, x)");
+        see(Kind::Sql, sql);
+        fakes::storage::execute("corvane.db", sql);
+        if (!notification.empty())
+            see(Kind::Notification, notification);
+        see(Kind::Request, "CreateDefrostReservations -> 1");
+    }
     /* A start with defrost delay off and defrost held. */
     void startHeld() {
         judge.lifeEnds(EndOfLife::Kill);
@@ -488,7 +522,18 @@ TEST_F(JudgeOfTables, StartThatFindsDefrostHeldWithoutDefrostDelayIsBroken) {
     expectBroken([&] { pass(10); }, "defrost is held only inside the window");
 }
 
+TEST_F(JudgeOfTables, HoldThatBeginsLongAfterDefrostDelayWasSwitchedOffIsBroken) {
+    switchDefrostDelayOn();
+    switchDefrostDelayOff();
+    pass(60);
+    set("db/corvane/defrost/activate", "1");
+    command("SET_SMARTGRID_ENABLE");
+    expectBroken([&] { pass(10); }, "defrost is held only inside the window");
+}
+
 TEST_F(JudgeOfTables, StartRepeatsWhatWasSwitchedOffBetweenLookAndHold) {
+    switchDefrostDelayOn();
+    switchDefrostDelayOff();
     set("db/corvane/defrost/activate", "1");
     command("SET_SMARTGRID_ENABLE");
     EXPECT_NO_THROW(pass(10));
@@ -496,6 +541,28 @@ TEST_F(JudgeOfTables, StartRepeatsWhatWasSwitchedOffBetweenLookAndHold) {
     EXPECT_NO_THROW(pass(60)) << "the start's last word is a release, the state is held";
     command("SET_SMARTGRID_DISABLE");
     expectBroken([&] { pass(2); }, "the Micom hears the state of defrost delay");
+}
+
+TEST_F(JudgeOfTables, ReservationOfWhichTheRemoteSideDoesNotHearIsBroken) {
+    const std::string rule = "hears of every reservation";
+    const std::string created = "SendDefrostReservationsNotify(0, 2)";
+    expectBroken([&] { reserve(""); }, rule);
+    expectBroken([&] { reserve("SendDefrostReservationsNotify(2, 2)"); }, rule);
+    expectBroken([&] { reserve("SendDefrostReservationsNotify(0, 3)"); }, rule);
+    EXPECT_NO_THROW(reserve(created));
+    see(Kind::Request, "DelDefrostReservations(2)");
+    see(Kind::Notification, created);
+    expectBroken([&] { see(Kind::Request, "DelDefrostReservations -> 1"); }, rule);
+}
+
+TEST_F(JudgeOfTables, DeletedReservationThatStaysIsBroken) {
+    reserve("SendDefrostReservationsNotify(0, 2)");
+    pass(3);
+    see(Kind::Request, "DelDefrostReservations(2)");
+    see(Kind::Sql, "DELETE FROM defrost_usage_table WHERE id = 2");
+    see(Kind::Notification, "SendDefrostReservationsNotify(2, 2)");
+    see(Kind::Request, "DelDefrostReservations -> 1");
+    expectBroken([&] { pass(3); }, "a reservation that was deleted is gone");
 }
 
 TEST_F(JudgeOfTables, SecondRowForAnHourIsBroken) {

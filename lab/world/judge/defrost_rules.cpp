@@ -15,6 +15,7 @@ namespace corvane::lab {
 
 void DefrostRules::lifeBegins() {
     heldCommand_ = std::nullopt;
+    deleted_ = std::nullopt;
     isDirty_ = true;
     isDoubtful_ = false;
     heldWrongSinceMs_ = notHeldSinceMs_ = bothSinceMs_ = -1;
@@ -29,6 +30,8 @@ void DefrostRules::commanded(bool isHeld) {
 }
 
 void DefrostRules::enableWritten(int value) {
+    if (value == 0 && scene_.enable.key == 1)
+        enableOffMs_ = scene_.nowMs();
     // A refusal beside an event switches defrost delay off and leaves "active" alone.
     heldExplained_ = heldExplained_ || (value == 0 && bothExplained_ && scene_.activeKey == 1);
     // The handler has asked for a stored event, and could not learn of one.
@@ -41,7 +44,9 @@ void DefrostRules::activeWritten(int value) {
     // Switched off between the worker's look at "enabled" and its setting of "active".
     // A start only repeats what was.
     const bool isOff = scene_.enable.key.value_or(0) == 0;
-    heldExplained_ = value == 1 && isOff && (scene_.defrostSinceMs >= 0 || heldExplained_);
+    const bool hasJustGoneOff = scene_.nowMs() - enableOffMs_ < kPassesMs || scene_.mayBeHeldUp();
+    heldExplained_ =
+        value == 1 && isOff && (scene_.defrostSinceMs >= 0 ? hasJustGoneOff : heldExplained_);
 }
 
 // ---- Reservations ----
@@ -52,6 +57,7 @@ void DefrostRules::seeChange(const std::string &sql) {
         const auto values = valuesOf(sql);
         if (values.size() < 5)
             scene_.broken("a reservation is stored with all its texts", sql);
+        deleted_ = std::nullopt;
         inserted_ = {std::atoi(values[0].c_str()),
                      {std::pmr::string(values[1]), std::pmr::string(values[2]),
                       std::pmr::string(values[3]), std::pmr::string(values[4])}};
@@ -67,11 +73,29 @@ void DefrostRules::answered(const std::string &command, int answer, bool isSure,
         reservations_.size() < kMost)
         scene_.broken("a reservation is refused only when no id is free",
                       std::string(scene_.handling));
+    const bool isDeletion = command == "DelDefrostReservations";
+    if (isCreation && answer == 1)
+        checkNotified(0, inserted_ ? inserted_->first : -1);
+    if (isDeletion && answer == 1) {
+        const int id = numberIn(scene_.handling);
+        checkNotified(2, id);
+        deleted_ = isClean ? std::optional(id) : std::nullopt;
+        isDirty_ = true;
+    }
     const bool isStoring = isCreation || command == "SetDefrostReservations";
     if (isStoring && answer == 1 && inserted_ && isSure)
         acknowledged_[inserted_->first] = inserted_->second;
-    if ((isStoring || command == "DelDefrostReservations") && answer == 1 && isClean)
+    if ((isStoring || isDeletion) && answer == 1 && isClean)
         isDoubtful_ = false;
+}
+
+void DefrostRules::checkNotified(int action, int id) const {
+    if (notified_ != std::pair(action, id))
+        scene_.broken("the remote side hears of every reservation that is created or deleted",
+                      notified_ ? "of number " + std::to_string(id) + " it heard action " +
+                                      std::to_string(notified_->first) + " on number " +
+                                      std::to_string(notified_->second)
+                                : "of number " + std::to_string(id) + " it did not");
 }
 
 void DefrostRules::read() {
@@ -84,6 +108,9 @@ void DefrostRules::read() {
         reservations_[std::atoi(row[0].c_str())] = {
             std::pmr::string(row[1]), std::pmr::string(row[2]), std::pmr::string(row[3]),
             std::pmr::string(row[4])};
+    if (deleted_ && reservations_.contains(*deleted_))
+        scene_.broken("a reservation that was deleted is gone",
+                      "number " + std::to_string(*deleted_) + " is not");
     for (const auto &[id, reservation] : acknowledged_) {
         const auto found = reservations_.find(id);
         if (found == reservations_.end() || !(found->second == reservation))

@@ -29,7 +29,9 @@ public:
     void commanded(bool isHeld);
     void enableWritten(int value);
     void activeWritten(int value);
+    void requestBegins() { notified_ = std::nullopt; }
     void seeChange(const std::string &sql); // of the table
+    void reservationNotified(int action, int id) { notified_ = {action, id}; }
     /* Any request was. isSure and isClean as in EventRules::ordered. */
     void answered(const std::string &command, int answer, bool isSure, bool isClean);
 
@@ -57,19 +59,24 @@ private:
     void checkWindow();
     void checkBoth(std::optional<bool> isEventStored);
     bool isKnown() const;
+    /* That the remote side heard of the one that was created or deleted. */
+    void checkNotified(int action, int id) const;
 
     const Scene &scene_;
     std::optional<int> heldCommand_; // the last command
     std::int64_t heldCommandMs_ = 0;
     bool releasedByStart_ = false; // that was a start's last word while defrost delay is off
-    bool heldExplained_ = false;   // defrost may be held while defrost delay is off
-    bool bothExplained_ = false;   // defrost delay and an event may both be on
+    std::int64_t enableOffMs_ = -1'000'000; // when defrost delay was last switched off
+    bool heldExplained_ = false;            // defrost may be held while defrost delay is off
+    bool bothExplained_ = false;            // defrost delay and an event may both be on
 
     bool isDirty_ = true; // the table is due to be read
     bool isDoubtful_ = false;
     std::pmr::map<int, Reservation> reservations_; // as last read
     std::pmr::map<int, Reservation> acknowledged_; // must be there
     std::optional<std::pair<int, Reservation>> inserted_;
+    std::optional<int> deleted_;                  // must not be there
+    std::optional<std::pair<int, int>> notified_; // action and id, in the present or last request
 
     // Since when a state that the rules speak of holds without a break; -1: it does not.
     std::int64_t heldWrongSinceMs_ = -1, notHeldSinceMs_ = -1, bothSinceMs_ = -1;

@@ -64,7 +64,7 @@ bool EventRules::mayCommand(int level) const {
     const auto begins = [&](const std::optional<Event> &event) {
         // Beside a busy database the worker's pass waits, with the time at which it began.
         const bool didBegin = now - scene_.storeFailedMs < kPassesMs && event &&
-                              event->startMs <= utc &&
+                              event->startMs <= std::max(utc, scene_.storeBusyLatestUtcMs) &&
                               event->endMs > scene_.storeBusySinceUtcMs - kPassMs;
         return event && event->level == level && (isActiveAt(*event, utc) || didBegin);
     };
@@ -73,7 +73,11 @@ bool EventRules::mayCommand(int level) const {
 
 bool EventRules::mayCommandNormal() {
     const bool isOrder = !scene_.handling.empty() || scene_.nowMs() - orderEndedMs_ < kPassesMs;
-    const auto isOver = [utc = scene_.utcMs()](const std::optional<Event> &event) {
+    // Beside a busy database the pass may have waited while the clock was set back.
+    const bool hasWaited = scene_.nowMs() - scene_.storeFailedMs < kPassesMs;
+    const std::int64_t utc =
+        hasWaited ? std::max(scene_.utcMs(), scene_.storeBusyLatestUtcMs) : scene_.utcMs();
+    const auto isOver = [utc](const std::optional<Event> &event) {
         return event && utc >= event->endMs; // the service's clock is finer than milliseconds
     };
     if (scene_.isHandling("ControlDRLC(0") || isOver(event_) || isOver(inserted_) ||

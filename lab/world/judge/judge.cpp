@@ -219,6 +219,8 @@ void Judge::seeNotification(const std::string &text) {
     } else if (startsWith(text, "SendDefrostBlockNotify")) {
         scene_.notifiedBlock = value;
         remote_.blockNotified();
+    } else if (startsWith(text, "SendDefrostReservationsNotify")) {
+        defrost_.reservationNotified(value, numberIn(text.substr(text.find(','))));
     }
 }
 
@@ -232,6 +234,7 @@ void Judge::seeRequest(const std::string &text) {
         scene_.failuresAtRequest = scene_.eyes->storeFailures();
         scene_.unsureAtRequest = scene_.eyes->unsureCommits();
         event_.requestBegins();
+        defrost_.requestBegins();
         return;
     }
     answered(text.substr(0, arrow), std::atoi(text.c_str() + arrow + 4));
@@ -284,7 +287,8 @@ bool Judge::noticeStoreFailures() {
         return false;
     storeFailuresSeen_ = failures;
     if (scene_.nowMs() - scene_.storeFailedMs > kPassesMs)
-        scene_.storeBusySinceUtcMs = scene_.utcMs();
+        scene_.storeBusySinceUtcMs = scene_.storeBusyLatestUtcMs = scene_.utcMs();
+    scene_.storeBusyLatestUtcMs = std::max(scene_.storeBusyLatestUtcMs, scene_.utcMs());
     scene_.storeFailedMs = scene_.nowMs();
     doubtTable();
     return true;

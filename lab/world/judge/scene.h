@@ -76,7 +76,9 @@ struct Scene {
 
     std::int64_t clockTouchedMs = 0;
     std::int64_t storeFailedMs = -1'000'000;
-    std::int64_t storeBusySinceUtcMs = 0; // without a break of more than a few passes
+    // Of failures without a break of more than a few passes: the system clock at the first, and the
+    // latest that it showed at any, which is not the last when it went back meanwhile.
+    std::int64_t storeBusySinceUtcMs = 0, storeBusyLatestUtcMs = 0;
 
     std::pmr::string handling; // the request whose handler runs; empty: none
     std::uint64_t failuresAtRequest = 0;
