@@ -66,7 +66,7 @@ private:
     std::optional<int> heldCommand_; // the last command
     std::int64_t heldCommandMs_ = 0;
     bool releasedByStart_ = false; // that was a start's last word while defrost delay is off
-    std::int64_t enableOffMs_ = -1'000'000; // when defrost delay was last switched off
+    std::int64_t enableOffMs_ = kLongAgoMs; // when defrost delay was last switched off
     bool heldExplained_ = false;            // defrost may be held while defrost delay is off
     bool bothExplained_ = false;            // defrost delay and an event may both be on
 

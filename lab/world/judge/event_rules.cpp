@@ -16,7 +16,7 @@ void EventRules::lifeBegins() {
     startLevel_ = scene_.level.key.value_or(0);
     orderInserted_ = isCancelled_ = false;
     commandedLevel_ = -1;
-    repeatedMs_ = -1'000'000;
+    repeatedMs_ = kLongAgoMs;
     zeroEchoes_ = 0;
     isDirty_ = true;
     isDoubtful_ = isLost_ = false;

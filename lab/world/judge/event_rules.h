@@ -62,11 +62,11 @@ private:
     bool orderInserted_ = false;     // in the present or last request
     bool isNormalCommanded_ = false; // the same
     bool isCancelled_ = false;       // and nothing was stored since
-    std::int64_t orderEndedMs_ = -1'000'000;
+    std::int64_t orderEndedMs_ = kLongAgoMs;
 
     int commandedLevel_ = -1; // the last level command
     std::int64_t commandedMs_ = 0;
-    std::int64_t repeatedMs_ = -1'000'000; // the last ten-minute repeat
+    std::int64_t repeatedMs_ = kLongAgoMs; // the last ten-minute repeat
     bool isCommandOfStart_ = false;
     int zeroEchoes_ = 0; // heard by the service, and not yet followed
 

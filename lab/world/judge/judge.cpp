@@ -55,7 +55,7 @@ void Judge::lifeBegins(Eyes &eyes, std::optional<int> levelKey, std::optional<in
     scene_.eyes = &eyes;
     scene_.drSinceMs = scene_.defrostSinceMs = scene_.reportSinceMs = -1;
     scene_.clockTouchedMs = eyes.nowMs();
-    scene_.storeFailedMs = eyes.nowMs() - 1'000'000;
+    scene_.storeFailedMs = eyes.nowMs() + kLongAgoMs;
     scene_.handling.clear();
     scene_.level = {levelKey, std::nullopt};
     scene_.override = {overrideKey, std::nullopt};

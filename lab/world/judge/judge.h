@@ -107,7 +107,7 @@ private:
     std::uint64_t storeFailuresSeen_ = 0;
     std::uint64_t unsureSeen_ = 0;
     Table table_ = Table::None;                    // that the last statement was about
-    std::int64_t changedInTroubleMs_ = -1'000'000; // a statement that changes a table was seen
+    std::int64_t changedInTroubleMs_ = kLongAgoMs; // a statement that changes a table was seen
 };
 
 } // namespace corvane::lab

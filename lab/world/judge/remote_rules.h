@@ -60,7 +60,7 @@ private:
     int micomOverride_ = -1; // as its key was last written in this life
 
     int levelEcho_ = -1; // the last, of any life; -1: none yet
-    std::int64_t levelEchoMs_ = -1'000'000;
+    std::int64_t levelEchoMs_ = kLongAgoMs;
     // Two echoes came within half a minute, or the task thread was held up.
     bool isLevelDoubtful_ = false;
     // The end or cancellation of an event set the key to 0, and nothing was echoed since.

@@ -22,6 +22,8 @@ constexpr std::int64_t kPassesMs = 2'500;
 /* Construction of all controllers from the moment that the gate may open. */
 constexpr std::int64_t kGateMs = 12'000;
 constexpr std::int64_t kTaskMs = 1'050; // deferred tasks sleep a second and are 50 ms apart
+/* When something was that never was: longer ago than any rule looks back. */
+constexpr std::int64_t kLongAgoMs = -1'000'000;
 
 struct Scene {
     static constexpr std::int64_t kMinuteMs = 60'000;
@@ -75,7 +77,7 @@ struct Scene {
     std::int64_t drSinceMs = -1, defrostSinceMs = -1, reportSinceMs = -1;
 
     std::int64_t clockTouchedMs = 0;
-    std::int64_t storeFailedMs = -1'000'000;
+    std::int64_t storeFailedMs = kLongAgoMs;
     // Of failures without a break of more than a few passes: the system clock at the first, and the
     // latest that it showed at any, which is not the last when it went back meanwhile.
     std::int64_t storeBusySinceUtcMs = 0, storeBusyLatestUtcMs = 0;
